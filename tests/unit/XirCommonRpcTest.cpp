@@ -1,0 +1,86 @@
+// Clients and servers of the RPC library, against each other and against bare sockets that speak the documented bytes.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "XirCommonRpcWorld.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr int32_t kFile = XIR_COMMON_RPC_TRANSPORT_FILE;
+constexpr int32_t kTcp = XIR_COMMON_RPC_TRANSPORT_TCP;
+
+class XirCommonRpc : public testing::Test {
+  protected:
+    TemporaryFolder folder;
+    std::string path = folder.File("socket");
+};
+
+}  // namespace
+
+TEST_F(XirCommonRpc, ACallOverALocalSocketBringsTheAnswer) {
+    Server server(kFile, path);
+    Client client(kFile, path);
+    ASSERT_TRUE(client.WaitConnected());
+
+    EXPECT_EQ(0, CallTrigger(client));
+}
+
+TEST_F(XirCommonRpc, ACallOverTcpBringsTheAnswer) {
+    const uint16_t port = FreePort();
+    Server server(kTcp, std::to_string(port));
+    Client client(kTcp, "127.0.0.1:" + std::to_string(port));
+    ASSERT_TRUE(client.WaitConnected());
+
+    EXPECT_EQ(0, CallTrigger(client));
+}
+
+TEST_F(XirCommonRpc, ASubscriberIsNotified) {
+    Server server(kFile, path);
+    Client client(kFile, path);
+    ASSERT_TRUE(client.WaitConnected());
+    ASSERT_EQ(0, CallSubscribe(client));
+
+    EXPECT_EQ(1, server.NotifyState(3));
+
+    ASSERT_TRUE(client.messages.Wait(1));
+    EXPECT_THAT(client.messages.Lines(), ElementsAre("method=18 kind=2 callState=3"));
+}
+
+TEST_F(XirCommonRpc, AReplyReachesItsCallerWhileAHandlerWaitsForThatCaller) {
+    Server server(kFile, path);
+    Client client(kFile, path);
+    Signal inHandler;
+    Signal callerDone;
+    client.OnMessage([&](const xir_common_rpc_header&) {
+        inHandler.Raise();
+        EXPECT_TRUE(callerDone.Wait());
+    });
+    ASSERT_TRUE(client.WaitConnected());
+    ASSERT_EQ(0, CallSubscribe(client));
+    ASSERT_EQ(1, server.NotifyState(1));
+    ASSERT_TRUE(inHandler.Wait());
+
+    EXPECT_EQ(0, CallTrigger(client));
+    callerDone.Raise();
+    client.thread.Do([] {});  // it has left the handler
+}
+
+TEST_F(XirCommonRpc, ARestartedServerFindsItsSubscribersAgain) {
+    auto server = std::make_unique<Server>(kFile, path);
+    Client client(kFile, path);
+    ASSERT_TRUE(client.WaitConnected());
+    ASSERT_EQ(0, CallSubscribe(client));
+
+    server.reset();
+    server = std::make_unique<Server>(kFile, path);
+    ASSERT_TRUE(client.opened.Wait(2));
+    ASSERT_EQ(0, CallTrigger(client));
+
+    EXPECT_EQ(1, server->NotifyState(5));
+    ASSERT_TRUE(client.messages.Wait(1));
+    EXPECT_THAT(client.messages.Lines(), ElementsAre("method=18 kind=2 callState=5"));
+}
