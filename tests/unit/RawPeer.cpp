@@ -1,0 +1,125 @@
+#include "RawPeer.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "ProtoBytes.h"
+
+namespace {
+
+constexpr int kWaitMs = 60'000;
+
+bool WaitReadable(int fd) {
+    pollfd waited{fd, POLLIN, 0};
+    return poll(&waited, 1, kWaitMs) == 1;
+}
+
+uint64_t Little(const std::string& bytes, std::size_t offset, std::size_t size) {
+    uint64_t value = 0;
+    for (std::size_t i = size; i > 0; --i) {
+        value = value << 8 | static_cast<uint8_t>(bytes[offset + i - 1]);
+    }
+    return value;
+}
+
+sockaddr_un LocalAddress(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+void SendAll(int fd, const std::string& bytes) {
+    EXPECT_EQ(static_cast<ssize_t>(bytes.size()), send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+}
+
+}  // namespace
+
+RawPeer::RawPeer() {
+    const sockaddr_un address = LocalAddress(place.Path());
+    listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, listen(listener, 8));
+}
+
+RawPeer::~RawPeer() {
+    Drop();
+    close(listener);
+}
+
+void RawPeer::Accept() {
+    Drop();
+    ASSERT_TRUE(WaitReadable(listener)) << "no client came";
+    connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+void RawPeer::Drop() {
+    if (connection >= 0) {
+        close(connection);
+        connection = -1;
+    }
+}
+
+std::string RawPeer::ReceiveBytes(std::size_t count) {
+    std::string bytes;
+    while (bytes.size() < count) {
+        char piece[256];
+        const ssize_t got =
+            WaitReadable(connection) ? recv(connection, piece, std::min(sizeof piece, count - bytes.size()), 0) : -1;
+        if (got <= 0) {
+            ADD_FAILURE() << "the client sent nothing";
+            bytes.resize(count);
+            break;
+        }
+        bytes.append(piece, static_cast<std::size_t>(got));
+    }
+    return bytes;
+}
+
+RawFrame RawPeer::Receive() {
+    const std::string head = ReceiveBytes(12);
+    RawFrame frame;
+    frame.method = static_cast<uint16_t>(Little(head, 4, 2));
+    frame.kind = static_cast<uint8_t>(head[6]);
+    frame.status = static_cast<uint8_t>(head[7]);
+    frame.id = static_cast<uint32_t>(Little(head, 8, 4));
+    frame.payload = ReceiveBytes(Little(head, 0, 4));
+    return frame;
+}
+
+void RawPeer::SendTogether(const std::vector<RawFrame>& frames) {
+    ProtoBytes out;
+    for (const RawFrame& frame : frames) {
+        out.Fixed(frame.payload.size(), 4).Fixed(frame.method, 2).Fixed(frame.kind, 1).Fixed(frame.status, 1);
+        out.Fixed(frame.id, 4).bytes += frame.payload;
+    }
+    SendAll(connection, out.bytes);
+}
+
+RawFrame RawPeer::Serve(const std::string& payload) {
+    RawFrame request = Receive();
+    Reply(request, payload);
+    return request;
+}
+
+RawClient::RawClient(const std::string& path) : connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_un address = LocalAddress(path);
+    EXPECT_EQ(0, connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+}
+
+RawClient::~RawClient() {
+    close(connection);
+}
+
+void RawClient::Send(const std::string& bytes) {
+    SendAll(connection, bytes);
+}
+
+void RawClient::WaitForEnd() {
+    char byte = 0;
+    EXPECT_TRUE(WaitReadable(connection));
+    EXPECT_LE(recv(connection, &byte, 1, 0), 0);
+}

@@ -1,0 +1,73 @@
+/// A peer that speaks the bytes of the wire itself, one step at a time under the test's control: for replies that come
+/// late, in another order, damaged, or not at all. Every wait is limited and fails the test when nothing comes.
+#ifndef RAW_PEER_H
+#define RAW_PEER_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ScratchSocket.h"
+
+struct RawFrame {
+    uint16_t method = 0;
+    uint8_t kind = 0;
+    uint8_t status = 0;
+    uint32_t id = 0;
+    std::string payload;
+};
+
+constexpr uint8_t kReply = 0;
+constexpr uint8_t kRequest = 1;
+constexpr uint8_t kNotification = 2;
+
+class RawPeer {
+  public:
+    RawPeer();
+    RawPeer(const RawPeer&) = delete;
+    RawPeer& operator=(const RawPeer&) = delete;
+    ~RawPeer();
+
+    std::string Url() const { return place.Url(); }
+
+    /// Waits for the next client; the previous one is dropped.
+    void Accept();
+    /// Closes the connection.
+    void Drop();
+    /// The next frame from the client.
+    RawFrame Receive();
+    void Send(const RawFrame& frame) { SendTogether({frame}); }
+    /// In one write, so that the client most likely reads them at once.
+    void SendTogether(const std::vector<RawFrame>& frames);
+    void Reply(const RawFrame& request, const std::string& payload) {
+        Send({request.method, kReply, 0, request.id, payload});
+    }
+    void Notify(uint16_t method, const std::string& payload) { Send({method, kNotification, 0, 0, payload}); }
+    /// Receives a request, answers it, and gives it back.
+    RawFrame Serve(const std::string& payload);
+
+  private:
+    std::string ReceiveBytes(std::size_t count);
+
+    ScratchSocket place;
+    int listener = -1;
+    int connection = -1;
+};
+
+/// A client of the same kind.
+class RawClient {
+  public:
+    explicit RawClient(const std::string& path);
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+    ~RawClient();
+
+    void Send(const std::string& bytes);
+    /// Until the server has closed the connection.
+    void WaitForEnd();
+
+  private:
+    int connection = -1;
+};
+
+#endif
