@@ -1,0 +1,121 @@
+#include "EcallUIAppConnect.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "EcallUIAppNotify.h"
+#include "EcallUIData.h"
+#include "EcallUIShared.h"
+#include "Trace.h"
+#include "XirEcallapp.h"
+
+namespace {
+
+struct ReleaseRecord {
+    template <typename Record>
+    void operator()(Record* record) const {
+        record->release(record);
+    }
+};
+/// A record received, if one came.
+template <typename T>
+using Received = std::unique_ptr<XirRecord<T>, ReleaseRecord>;
+
+/// exit, not _exit: what was printed must reach the console.
+[[noreturn]] void GiveUp() {
+    std::exit(EXIT_FAILURE);
+}
+
+void CreateProxy() {
+    static constexpr XirConnection kConnection{"EcallAppClient", "xirtcp://127.0.0.1:50911"};
+    IEcallAppPubProxy* proxy = nullptr;
+    const int32_t result = XirEcallapp_createProxy(&proxy, &kConnection);
+    if (result != 0 || proxy == nullptr) {
+        EcallUITraceError("XirEcallapp_createProxy error :  srvcResult = %d, pProxyEcallapp = 0x%x ", result,
+                          static_cast<unsigned>(reinterpret_cast<uintptr_t>(proxy)));
+        GiveUp();
+    }
+    pProxyEcallapp = proxy;
+}
+
+/// A state that comes with a bad responsecode counts too; only a missing reply leaves nothing to hand over.
+void PullEcallState() {
+    XirRecord<TEcallappState>* record = nullptr;
+    XirEcallapp_requestState(pProxyEcallapp, &record);
+    const Received<TEcallappState> state(record);
+    if (state != nullptr) {
+        EcallStateNotification(state.get());
+    }
+}
+
+Received<TCfgParamValue> ReadAudioConfiguration() {
+    XirRecord<TCfgParamValue>* record = nullptr;
+    const int32_t result = XirEcallapp_getCfgParameter(pProxyEcallapp, APP_AUDIO_CONFIG_NUMBER, &record);
+    Received<TCfgParamValue> value(record);
+    if (result != 0) {
+        EcallUITraceError("XirEcallapp_getCfgParameter error :  srvcResult = %d", result);
+        GiveUp();
+    }
+    return value;
+}
+
+void WriteAudioConfiguration(int32_t microphone) {
+    const TCfgParamValue value{0, microphone, ""};
+    const int32_t result = XirEcallapp_setCfgParameter(pProxyEcallapp, APP_AUDIO_CONFIG_NUMBER, &value);
+    if (result != 0) {
+        EcallUITraceError("XirEcallapp_setCfgParameter error :  srvcResult = %d", result);
+        GiveUp();
+    }
+}
+
+/// A configured source that is no microphone of ours agrees with everything.
+void AlignMicrophone() {
+    const int32_t source = EcallUI_Configuration.EcallMicrophoneSource;
+    const Received<TCfgParamValue> used = ReadAudioConfiguration();
+    const bool known = source == kDefaultAnalogMic || source == kExternalDigitalMic;
+    if (!known || used->intValue == source) {
+        EcallUITrace("Ecall & EcallUI are using the same audio micro configuration (%d)", source);
+        return;
+    }
+    if (source == kExternalDigitalMic) {
+        EcallUITrace("EXTERNAL_DIGITAL_MIC ==> set the Ecall APP_AUDIO_CONFIG_NUMBER configuration");
+    } else {
+        EcallUITrace("DEFAULT_ANALOG_MIC ==> set the Ecall APP_AUDIO_CONFIG_NUMBER configuration");
+    }
+    WriteAudioConfiguration(source);
+}
+
+/// On the console this line has a line end of its own before the usual one; the trace file has just the one.
+void LogClosingPull() {
+    if (GetMutex(&TraceMutex)) {
+        TraceToConsole("XirEcallapp_requestState \n");
+        TraceToFile("%20s (%4d) : XirEcallapp_requestState \n", __FILE_NAME__, __LINE__);
+        ReleaseMutex(&TraceMutex);
+    } else {
+        TraceToSystemLog("ERROR Getting the mutex");
+        TraceToSystemLog("XirEcallapp_requestState ");
+    }
+}
+
+}  // namespace
+
+void ConnectEcallService() {
+    if (EcallUI_Configuration.ConnectEcallService == 0) {
+        return;
+    }
+    CreateProxy();
+    XirEcallapp_registerNotifyState(pProxyEcallapp, EcallStateNotification);
+    PullEcallState();
+    AlignMicrophone();
+}
+
+void PullEcallStateOnceMore() {
+    if (pProxyEcallapp != nullptr) {
+        LogClosingPull();
+        PullEcallState();
+    }
+}

@@ -1,0 +1,282 @@
+// Stands in for the service where a test looks at single operations on the hardware: carries its arguments out in
+// order, one operation each, and prints each result as a line on standard error.
+//
+// The linker's --wrap puts the functions below in front of some system calls that the service's units make, so that
+// "fail FUNCTION ERRNO" can make all later ones of that function fail.
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "EcallUIAppConnect.h"
+#include "EcallUIData.h"
+#include "EcallUIGpio.h"
+#include "EcallUIGpioAnt.h"
+#include "EcallUIGpioDtr.h"
+#include "EcallUIGpioEvent.h"
+#include "EcallUIGpioI2c.h"
+#include "EcallUIGpioLed.h"
+#include "EcallUIGpioRelay.h"
+#include "EcallUIGpioState.h"
+#include "EcallUIGpioTest.h"
+#include "EcallUIShared.h"
+#include "Trace.h"
+
+namespace {
+
+struct WrappedCall {
+    std::atomic<int> error{0};    ///< 0: works
+    std::atomic<int> passing{0};  ///< so many calls still work
+    bool Fails() {
+        if (error == 0 || passing.fetch_sub(1) > 0) {
+            return false;
+        }
+        errno = error;
+        return true;
+    }
+};
+WrappedCall ForkCall;
+WrappedCall PipeCall;
+WrappedCall PopenCall;
+WrappedCall ReceiveCall;
+WrappedCall SelectCall;
+WrappedCall TimerCall;
+WrappedCall WaitCall;
+const std::map<std::string, WrappedCall*> WrappedCalls = {
+    {"fork", &ForkCall},     {"pipe2", &PipeCall},         {"popen", &PopenCall}, {"recvmsg", &ReceiveCall},
+    {"select", &SelectCall}, {"timer_create", &TimerCall}, {"wait", &WaitCall},
+};
+
+}  // namespace
+
+// clang-format off
+extern "C" {
+pid_t __real_fork();
+pid_t __wrap_fork() { return ForkCall.Fails() ? -1 : __real_fork(); }
+int __real_pipe2(int* ends, int flags);
+int __wrap_pipe2(int* ends, int flags) { return PipeCall.Fails() ? -1 : __real_pipe2(ends, flags); }
+FILE* __real_popen(const char* command, const char* mode);
+FILE* __wrap_popen(const char* command, const char* mode) {
+    return PopenCall.Fails() ? nullptr : __real_popen(command, mode);
+}
+ssize_t __real_recvmsg(int socket, msghdr* message, int flags);
+/// Once only: the service goes on receiving. Error 0 after "fail recvmsg" stands for the end of the data.
+ssize_t __wrap_recvmsg(int socket, msghdr* message, int flags) {
+    const int error = ReceiveCall.error.exchange(0);
+    if (error == 0) {
+        return __real_recvmsg(socket, message, flags);
+    }
+    errno = error;
+    return error == ENODATA ? 0 : -1;
+}
+int __real_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* limit);
+int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* limit) {
+    const int error = SelectCall.error.load();
+    if (error == EINTR || error == ENODATA) {
+        SelectCall.error = 0;  // passing
+    }
+    if (error == ENODATA) {
+        FD_ZERO(in);  // returned, but nothing is ready
+        return 0;
+    }
+    errno = error;
+    return error != 0 ? -1 : __real_select(count, in, out, other, limit);
+}
+int __real_timer_create(clockid_t clock, sigevent* event, timer_t* timer);
+int __wrap_timer_create(clockid_t clock, sigevent* event, timer_t* timer) {
+    return TimerCall.Fails() ? -1 : __real_timer_create(clock, event, timer);
+}
+pid_t __real_wait(int* status);
+pid_t __wrap_wait(int* status) { return WaitCall.Fails() ? -1 : __real_wait(status); }
+}
+// clang-format on
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+uint32_t Number(const std::string& word) {
+    return static_cast<uint32_t>(strtol(word.c_str(), nullptr, 0));
+}
+uint8_t Byte(const std::string& word) {
+    return static_cast<uint8_t>(Number(word));
+}
+
+std::string Text(int64_t number) {
+    return std::to_string(number);
+}
+
+// Each fills its buffer first, so that it shows whether the operation left it alone.
+std::string DevicePath(uint32_t id, std::size_t size) {
+    std::array<char, 300> path{"untouched"};
+    const int result = GpioGetDevicePath(id, path.data(), size);
+    return Text(result) + " " + path.data();
+}
+std::string DeviceFilePath(uint32_t id, std::size_t size, const char* attribute) {
+    std::array<char, 300> path{"untouched"};
+    const int result = GpioGetDeviceFilePath(path.data(), size, id, attribute);
+    return Text(result) + " " + path.data();
+}
+
+std::string DriveAntenna(uint32_t line, uint8_t level) {
+    EcallUIState state;
+    GetUIStateAndLock(state, true);
+    const uint32_t result = GpioAntWrite(line, level, state);
+    SetUIStateAndUnlock(state);
+    return Text(result) + " detection " + Text(state.EcallAntennaDetectionActivated) + " selected " +
+           Text(state.EcallAntennaSelected);
+}
+
+std::string Convert(uint8_t channel) {
+    int32_t value = -1;
+    const uint32_t result = ReadAds1015AdcInput(channel, &value);
+    return Text(result) + " " + Text(value);
+}
+
+void NotifyState(uint32_t serviceState, uint32_t audioOutState) {
+    const TEcallappState state{serviceState, 0, 5, 0, audioOutState, TSelfTestState_Unknown};
+    SetGpioServiceState(&state);
+}
+
+int32_t Descriptors() {
+    int32_t count = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+    }
+    return count;
+}
+
+/// Lets threads log as fast as they can until the process ends.
+void LogInBackground(uint32_t threads) {
+    for (uint32_t i = 0; i < threads; ++i) {
+        std::thread([] {
+            for (;;) {
+                EcallUITrace("%s", std::string(200, 'x').c_str());
+            }
+        }).detach();
+    }
+}
+
+void BlockSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
+std::string Perform(const std::string& line);
+
+/// Performs one operation on several threads at once.
+void PerformAtOnce(uint32_t count, const std::string& line) {
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < count; ++i) {
+        threads.emplace_back([&] {
+            while (!go) {
+            }
+            Perform(line);
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+using Operation = std::function<std::string(const Words&)>;
+
+const std::map<std::string, Operation>& Operations() {
+    const auto done = [](auto work) {
+        return [work](const Words& w) {
+            work(w);
+            return std::string("done");
+        };
+    };
+    static const std::map<std::string, Operation> operations = {
+        {"GpioGetDevicePath", [](const Words& w) { return DevicePath(Number(w[1]), Number(w[2])); }},
+        {"GpioGetDeviceFilePath",
+         [](const Words& w) {
+             return DeviceFilePath(Number(w[1]), Number(w[2]), w.size() > 3 ? w[3].c_str() : nullptr);
+         }},
+        {"GpioGetDeviceFilePathNowhere",
+         [](const Words&) { return Text(GpioGetDeviceFilePath(nullptr, 128, kPwmEcallLed, "enable")); }},
+        {"GpioRead", [](const Words& w) { return Text(GpioRead(Number(w[1]))); }},
+        {"GpioWrite", [](const Words& w) { return Text(GpioWrite(Number(w[1]), Byte(w[2]))); }},
+        {"GpioRead_EcallEns", [](const Words&) { return Text(GpioRead_EcallEns()); }},
+        {"ExternalGpio_enable", done([](const Words& w) { ExternalGpio_enable(w[1].c_str(), Byte(w[2])); })},
+        {"SetGpioEcallLed",
+         [](const Words& w) { return Text(SetGpioEcallLed(Number(w[1]), Number(w[2]), Number(w[3]), Number(w[4]))); }},
+        {"SetGpioEnableEcallLed", [](const Words& w) { return Text(SetGpioEnableEcallLed(Byte(w[1]))); }},
+        {"ControlAudioRelay", done([](const Words& w) { ControlAudioRelay(Byte(w[1]) != 0); })},
+        {"TimerAudioRelay", done([](const Words& w) { TimerAudioRelay(Byte(w[1]) != 0); })},
+        {"GpioAntWrite", [](const Words& w) { return DriveAntenna(Number(w[1]), Byte(w[2])); }},
+        {"AdcRead", [](const Words& w) { return Text(AdcRead(Number(w[1]))); }},
+        {"ReadAds1015AdcInput", [](const Words& w) { return Convert(Byte(w[1])); }},
+        {"SetAudioAmplifier", [](const Words& w) { return Text(SetAudioAmplifier(Byte(w[1]))); }},
+        {"I2cWriteRegisterWithoutData", [](const Words&) { return Text(I2cWriteRegister(0, 0x72, 1, {})); }},
+        {"I2cReadRegisterWithoutData", [](const Words&) { return Text(I2cReadRegister(0, 0x72, 1, {})); }},
+        {"RunSelfTest", done([](const Words&) { RunSelfTest(); })},
+        {"SetGpioServiceState", done([](const Words& w) { NotifyState(Number(w[1]), Number(w[2])); })},
+        {"ReadDtrStatus", [](const Words&) { return Text(ReadDtrStatus()); }},
+        {"GpioRecoveryThread", done([](const Words&) { GpioRecoveryThread(); })},
+        {"InitGpio", done([](const Words&) { InitGpio(); })},
+        {"SendRtaDetectorErrorStatus", done([](const Words& w) { SendRtaDetectorErrorStatus(Byte(w[1])); })},
+        {"LastSelfTestState", done([](const Words& w) { LastSelfTestState = Number(w[1]); })},
+        {"GpioIrqRecovery", [](const Words&) { return Text(EcallUI_Configuration.GpioIrqRecovery); }},
+        {"connect", done([](const Words&) { ConnectEcallService(); })},
+        {"descriptors", [](const Words&) { return Text(Descriptors()); }},
+        {"fail", done([](const Words& w) { WrappedCalls.at(w[1])->error = static_cast<int>(Number(w[2])); })},
+        {"fail-after", done([](const Words& w) {
+             WrappedCalls.at(w[2])->passing = static_cast<int>(Number(w[1]));
+             WrappedCalls.at(w[2])->error = static_cast<int>(Number(w[3]));
+         })},
+        {"background", done([](const Words& w) { LogInBackground(Number(w[1])); })},
+        {"block-signals", done([](const Words&) { BlockSignals(); })},
+        // Standard output goes nowhere.
+        {"quiet", done([](const Words&) { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); })},
+        {"ignore-sigpipe", done([](const Words&) { signal(SIGPIPE, SIG_IGN); })},
+        {"sleep", done([](const Words& w) { std::this_thread::sleep_for(std::chrono::milliseconds(Number(w[1]))); })},
+        {"stay", done([](const Words&) { pause(); })},
+    };
+    return operations;
+}
+
+std::string Perform(const std::string& line) {
+    std::istringstream stream(line);
+    Words words{std::istream_iterator<std::string>(stream), {}};
+    return Operations().at(words.at(0))(words);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    InitConfiguration();
+    for (int i = 1; i < argc; ++i) {
+        const std::string line = argv[i];
+        if (line.starts_with("at-once ")) {
+            PerformAtOnce(4, line.substr(sizeof "at-once"));
+            continue;
+        }
+        const std::string result = Perform(line);
+        fprintf(stderr, "%s = %s\n", line.c_str(), result.c_str());
+    }
+    fflush(stdout);
+    _exit(0);
+}
