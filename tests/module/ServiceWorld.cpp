@@ -1,0 +1,122 @@
+#include "ServiceWorld.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+void ServiceWorld::Configure(const std::string& members) {
+    module.root.WriteFile(file::kConfiguration, "{" + members + "}");
+}
+
+void ServiceWorld::Start() {
+    ASSERT_TRUE(peer.Start());
+    module.StartService();
+    AwaitReady();
+}
+
+void ServiceWorld::AwaitReady(uint64_t from) {
+    // On the console: some tests leave the service without a trace file.
+    module.journal.Await(IsOnConsole("Wait for an event (blocking wait) "), from);
+}
+
+bool ServiceWorld::IsCrashReported() {
+    const size_t before = peer.Requests(EcallMethod::TriggerEcall);
+    const uint64_t mark = module.journal.Mark();
+    module.SensorBecomes(SensorStatus::Emergency);
+    if (!peer.AwaitRequests(EcallMethod::TriggerEcall, before + 1)) {
+        return false;
+    }
+    module.journal.Await(IsOnConsole("service state    : TEcallappServiceState_ActiveAutomaticECall (101) "), mark);
+    return peer.Requests(EcallMethod::TriggerEcall) == before + 1;
+}
+
+/// A message of the test's own takes the same road: when it has arrived, so has all that was sent before.
+void ServiceWorld::AwaitSystemLog() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    module.root.Outside("/dev/log").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const std::string message = "<13>test: settled";
+    const uint64_t mark = module.journal.Mark();
+    EXPECT_EQ(static_cast<ssize_t>(message.size()),
+              sendto(log, message.data(), message.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address))
+        << strerror(errno);
+    close(log);
+    module.journal.Await(IsInSyslog("settled"), mark);
+}
+
+std::vector<std::string> ServiceWorld::TraceMessages() {
+    std::vector<std::string> messages;
+    std::istringstream lines(module.root.ReadFile(file::kTrace).value_or(""));
+    for (std::string line; std::getline(lines, line);) {
+        messages.push_back(TraceTail::Parse(line).text);
+    }
+    return messages;
+}
+
+std::vector<std::string> ServiceWorld::SystemLog() {
+    AwaitSystemLog();
+    return module.journal.Texts({.kind = Kind::Syslog, .subject = "XirEcallUIappSrvc"});
+}
+
+namespace {
+
+/// The duration that a thread has just handed to the kernel's sleep; none while it does anything else.
+std::optional<std::chrono::nanoseconds> SleepOf(pid_t pid, const std::filesystem::path& task) {
+    long number = -1;
+    uintptr_t arguments[4] = {};
+    std::ifstream call(task / "syscall");
+    call >> number >> std::hex;
+    for (uintptr_t& argument : arguments) {
+        std::string text;
+        call >> text;
+        argument = text.empty() ? 0 : std::stoull(text, nullptr, 16);
+    }
+    if (number != SYS_clock_nanosleep && number != SYS_nanosleep) {
+        return std::nullopt;
+    }
+    timespec duration{};
+    const iovec here{&duration, sizeof duration};
+    const iovec there{reinterpret_cast<void*>(arguments[number == SYS_clock_nanosleep ? 2 : 0]), sizeof duration};
+    if (process_vm_readv(pid, &here, 1, &there, 1, 0) != static_cast<ssize_t>(sizeof duration)) {
+        return std::nullopt;
+    }
+    return std::chrono::seconds(duration.tv_sec) + std::chrono::nanoseconds(duration.tv_nsec);
+}
+
+std::string NameOf(const std::filesystem::path& task) {
+    std::string name;
+    std::getline(std::ifstream(task / "comm"), name);
+    return name;
+}
+
+}  // namespace
+
+std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name) {
+    const std::string tasks = "/proc/" + std::to_string(process.Pid()) + "/task";
+    for (const auto deadline = Journal::Clock::now() + Journal::kLimit; Journal::Clock::now() < deadline;) {
+        for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+            if (NameOf(task) != name) {
+                continue;
+            }
+            if (const auto sleep = SleepOf(process.Pid(), task)) {
+                return *sleep;
+            }
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+    ADD_FAILURE() << "no thread " << name << " that sleeps";
+    return 0ns;
+}

@@ -1,0 +1,201 @@
+// The log of the whole service: its three outputs, its files, and what a broken trace folder may not do.
+#include <gmock/gmock.h>
+#include <regex.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "ServiceWorld.h"
+
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+/// The C library's expressions: under the sanitizers the compiler warns about the inside of those of C++.
+class Pattern {
+  public:
+    explicit Pattern(const std::string& text) {
+        EXPECT_EQ(0, regcomp(&expression, ("^(" + text + ")$").c_str(), REG_EXTENDED | REG_NOSUB)) << text;
+    }
+    Pattern(const Pattern&) = delete;
+    Pattern& operator=(const Pattern&) = delete;
+    ~Pattern() { regfree(&expression); }
+    bool Fits(const std::string& text) const { return regexec(&expression, text.c_str(), 0, nullptr, 0) == 0; }
+
+  private:
+    regex_t expression{};
+};
+
+constexpr char kArchive[] = "/var/logs/ecall/XirEcallUIappSrvc_traces_1.txt";
+constexpr char kReady[] = "Wait for an event (blocking wait) ";
+
+}  // namespace
+
+TEST(TraceOfTheService, AMessageIsOnTheConsoleAndInTheFileOnly) {
+    ServiceWorld world;
+    world.Start();
+
+    const Entry inFile = world.module.journal.Await(IsTraced("Start of ECALL UI (version=V0.22)"));
+    EXPECT_EQ("EcallUIAppSrvc.cpp", inFile.subject);
+    EXPECT_TRUE(Pattern("[A-Z][a-z]{2} [ 1-3][0-9] [0-9:]{8}\\.[0-9]{1,3}   EcallUIAppSrvc\\.cpp "
+                        "\\( {0,3}[0-9]+\\) : Start of ECALL UI \\(version=V0\\.22\\)\n?")
+                    .Fits(inFile.bytes))
+        << inFile.bytes;
+    EXPECT_THAT(world.SystemLog(), Not(Contains(HasSubstr("Start of ECALL UI"))));
+}
+
+TEST(TraceOfTheService, AFailureIsInTheSystemLogTooAndShowsItsWholeSourcePath) {
+    ServiceWorld world;
+    world.Start();
+
+    const Entry inFile = world.module.journal.Await(IsTraced("Error opening the configuration file"));
+    EXPECT_EQ("XirEcallUIappSrvc/srvc_c/src/EcallUIDataState.cpp", inFile.subject);
+    world.module.journal.Await(IsOnConsole("Error opening the configuration file"));
+    const Entry inSystemLog = world.module.journal.Await(IsInSyslog("Error opening the configuration file"));
+    EXPECT_EQ("Error opening the configuration file", inSystemLog.text);
+    EXPECT_EQ(LOG_USER | LOG_NOTICE, inSystemLog.result);
+}
+
+TEST(TraceOfTheService, EveryConsoleLineEndsWithLineFeedAndReturn) {
+    ServiceWorld world;
+    world.Start();
+
+    const std::string output = world.module.Service().Output();
+    EXPECT_THAT(output, testing::StartsWith("Start of ECALL UI (version=V0.22)\n\rInitConfiguration - Enter\n\r"
+                                            "No configuration file found, create a default one\n\r"));
+}
+
+TEST(TraceOfTheService, LinesOfManyThreadsStayWhole) {
+    ServiceWorld world;
+    world.Start();
+    const Pattern line(
+        "[A-Z][a-z]{2} [ 1-3][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{1,3} +[A-Za-z_/]+\\.cpp "
+        "\\( *[0-9]+\\) : [^\n]*");
+
+    for (int i = 0; i < 200; ++i) {
+        world.module.SensorBecomes(SensorStatus::NotDetected);
+        EcallState state = world.peer.State();
+        state.networkState = static_cast<uint32_t>(i % 5);
+        world.peer.SetState(state);
+    }
+    world.module.journal.AwaitCount(200, IsTraced("AIRBAG_SENSOR_NOT_DETECTED"));
+
+    std::istringstream lines(world.module.root.ReadFile(file::kTrace).value());
+    for (std::string text; std::getline(lines, text);) {
+        EXPECT_TRUE(text.empty() || line.Fits(text)) << text;
+    }
+}
+
+TEST(TraceOfTheService, AFileThatGrowsTooLongIsPutAside) {
+    ServiceWorld world;
+    world.Configure(R"("MaxSizeOfTraceFileInKb": 4, "NbTraceFileStored": 2)");
+    world.Start();
+
+    world.module.journal.Await(IsTraced(kReady));
+
+    const std::string archive = world.module.root.ReadFile(kArchive).value();
+    const size_t lastLine = archive.rfind('\n', archive.size() - 2) + 1;
+    EXPECT_GT(archive.size(), 4096U);
+    EXPECT_LE(lastLine, 4096U);
+    EXPECT_LE(world.module.root.ReadFile(file::kTrace).value_or("").size(), 4096U);
+    EXPECT_FALSE(world.module.root.Exists("/var/logs/ecall/XirEcallUIappSrvc_traces_2.txt"));
+}
+
+TEST(TraceOfTheService, WithNoFileKeptArchivesAreNamedByTheirTime) {
+    ServiceWorld world;
+    world.Configure(R"("MaxSizeOfTraceFileInKb": 4, "NbTraceFileStored": 0)");
+    world.Start();
+
+    world.module.journal.Await(IsOnConsole(kReady));
+
+    size_t archives = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(world.module.root.Outside(file::kTraceDirectory))) {
+        const std::string name = entry.path().filename();
+        const bool isArchive = Pattern("XirEcallUIappSrvc_traces_[0-9]{8}_[0-9]{6}\\.txt ").Fits(name);
+        EXPECT_TRUE(isArchive || name == "XirEcallUIappSrvc_traces.txt") << name;
+        archives += isArchive ? 1 : 0;
+    }
+    EXPECT_GE(archives, 1U);
+}
+
+// A broken trace folder.
+
+TEST(TraceOfTheService, ADeletedFolderIsMadeAgainByTheNextLine) {
+    ServiceWorld world;
+    world.Start();
+    world.module.journal.Await(IsTraced(kReady));
+    world.module.root.Remove(file::kTraceDirectory);
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    world.module.journal.Await(IsTraced("TEcallappServiceState_ActiveAutomaticECall (101)"));
+    struct stat folder {};
+    ASSERT_EQ(0, stat(world.module.root.Outside(file::kTraceDirectory).c_str(), &folder));
+    EXPECT_EQ(0755U, folder.st_mode & 07777);
+}
+
+TEST(TraceOfTheService, ACrashIsReportedWithoutAFolder) {
+    ServiceWorld world;
+    world.module.root.Remove("/var/logs");
+    world.module.root.WriteFile("/var/logs", "a file in its place");
+    world.Start();
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    EXPECT_THAT(world.SystemLog(), Contains("SaveTraceLogInfo mkdir error (Not a directory)"));
+}
+
+TEST(TraceOfTheService, ACrashIsReportedWhenTheFolderBecomesReadOnly) {
+    ServiceWorld world;
+    world.Start();
+    world.module.journal.Await(IsTraced(kReady));
+    world.module.root.MakeReadOnly(file::kTraceDirectory);
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    EXPECT_THAT(world.TraceMessages(), Not(Contains(HasSubstr("ActiveAutomaticECall"))));
+    world.module.root.Restore(file::kTraceDirectory);
+}
+
+TEST(TraceOfTheService, ACrashIsReportedWhenTheFolderIsReadOnlyFromTheStart) {
+    ServiceWorld world;
+    world.module.root.MakeReadOnly(file::kTraceDirectory);
+    world.Start();
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    world.module.root.Restore(file::kTraceDirectory);
+}
+
+TEST(TraceOfTheService, ACrashIsReportedWhenTheDiskIsFull) {
+    ServiceWorld world;
+    world.module.root.LimitSpace(file::kTraceDirectory, 4096);
+    world.Start();
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    EXPECT_EQ(4096U, world.module.root.ReadFile(file::kTrace)->size());
+    EXPECT_THAT(world.TraceMessages(), Not(Contains(HasSubstr("ActiveAutomaticECall"))));
+    world.module.root.Restore(file::kTraceDirectory);
+}
+
+TEST(TraceOfTheService, WithSpaceAgainTheLogGoesOn) {
+    ServiceWorld world;
+    world.module.root.LimitSpace(file::kTraceDirectory, 8192);
+    world.module.root.WriteFile(std::string(file::kTraceDirectory) + "/filler", std::string(8192, 'x'));
+    world.Start();
+    EXPECT_THAT(world.TraceMessages(), IsEmpty());
+    world.module.root.Remove(std::string(file::kTraceDirectory) + "/filler");
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    world.module.journal.Await(IsTraced("service state    : TEcallappServiceState_ActiveAutomaticECall (101) "));
+    world.module.root.Restore(file::kTraceDirectory);
+}
