@@ -1,0 +1,60 @@
+/// The journal in the words of a person who watches the unit: what the LED shows, which line changed, who called whom.
+///
+/// An Account only translates: entries in, lines out, in the same order, no file, clock or thread. Stories print these
+/// lines and check themselves against these lines, so what is checked is what is seen.
+#ifndef ACCOUNT_H
+#define ACCOUNT_H
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Journal.h"
+
+/// Whose doing a line of the account is.
+enum class Who { Story, Unit, Kernel, Led, Line, Relay, Antenna, Rpc, Script, Trace };
+
+/// "led" and so on, at most 8 characters.
+const char* WhoName(Who who);
+
+struct AccountLine {
+    std::chrono::nanoseconds time{0};  ///< since the journal's start
+    Who who = Who::Story;
+    std::string text;
+};
+
+/// What the LED device was last told. Duties and periods in nanoseconds; nothing before the first write.
+struct LedDevice {
+    bool lit = false;
+    bool toggling = false;
+    uint64_t period1 = 0, duty1 = 0, period2 = 0, duty2 = 0;
+    uint64_t toggleMs = 0;
+};
+
+/// "25 %, steady", "90 % / 0 %, every 1000 ms" or "dark".
+std::string LedText(const LedDevice& led);
+
+class Account {
+  public:
+    /// The lines that one entry is worth: mostly none or one. Entries are handed over in their order.
+    std::vector<AccountLine> Tell(const Entry& entry);
+    /// What is due by that time without a further entry: a LED that was switched off and not on again.
+    std::vector<AccountLine> Settle(std::chrono::nanoseconds now);
+
+  private:
+    std::optional<AccountLine> TellLed(const Entry& entry, const std::string& attribute);
+    std::optional<AccountLine> TellAntenna(const Entry& entry);
+    std::optional<AccountLine> TellWrite(const Entry& entry);
+    std::optional<AccountLine> TellAny(const Entry& entry);
+    bool IsNews(const AccountLine& line);
+
+    LedDevice led;
+    std::optional<std::chrono::nanoseconds> darkSince;  ///< switched off, which may be the start of a reprogramming
+    std::map<std::string, std::string> shown;           ///< last told of the LED and of each line, by its first word
+    std::string antennaLine;                            ///< name last written to the line selector
+};
+
+#endif

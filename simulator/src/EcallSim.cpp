@@ -1,0 +1,186 @@
+// The program: one virtual module, the service under test, an eCall service beside it, and a story that they play.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "EcallPeer.h"
+#include "Module.h"
+#include "Namespaces.h"
+#include "Story.h"
+
+namespace {
+
+enum ExitStatus { kPassed = 0, kFailed = 1, kMisused = 2 };
+
+constexpr const char* kUsage =
+    "ecall-sim play NAME [--service PATH] [--verbose]  plays a story on a virtual module; exit status 0 if all came "
+    "true\n"
+    "ecall-sim shell [--service PATH]                  a shell inside a module on which the service runs\n"
+    "ecall-sim --list                                  the stories\n"
+    "ecall-sim --help                                  this text\n"
+    "\n"
+    "--service PATH  the service's program; otherwise the one built beside this program\n"
+    "--verbose       shows every entry of the journal too\n"
+    "NO_COLOR set in the environment, or output that is no terminal: no colours.\n";
+
+struct CommandLine {
+    std::string command;
+    std::string story;
+    std::string service;  ///< empty: as built
+    bool verbose = false;
+};
+
+int Misused(const std::string& complaint) {
+    std::fprintf(stderr, "ecall-sim: %s\n%s", complaint.c_str(), kUsage);
+    return kMisused;
+}
+
+int ListStories() {
+    for (const Story& story : Stories()) {
+        std::printf("%-13s %s\n", story.name.c_str(), story.about.c_str());
+    }
+    return kPassed;
+}
+
+std::string UnknownStory(const std::string& name) {
+    std::string text = "no story is called \"" + name + "\"; there are:";
+    for (const Story& story : Stories()) {
+        text += " " + story.name;
+    }
+    return text;
+}
+
+bool IsColourWanted() {
+    const char* refused = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || *refused == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+/// A service that people can watch: a call lasts until the answering point hangs up.
+EcallService HumanService() {
+    EcallService service;
+    service.timings = kHumanPace;
+    service.timings.voice = kNoLimit;
+    return service;
+}
+
+int Play(const Story& story, bool verbose) {
+    bool passed = false;
+    SetComplaintHandler([&](const std::string& complaint) {
+        if (passed) {
+            std::fprintf(stderr, "ecall-sim: %s\n", complaint.c_str());
+        }
+        passed = false;
+    });
+    {
+        Module module;
+        EcallPeer peer(module.journal, HumanService());
+        StoryWorld world{.module = module, .peer = peer};
+        passed = PlayStory(story, world, module.journal, {.colour = IsColourWanted(), .verbose = verbose},
+                           [](const std::string& line) {
+                               std::puts(line.c_str());
+                               std::fflush(stdout);
+                           });
+    }
+    return passed ? kPassed : kFailed;
+}
+
+/// The child that becomes the shell. Without job control: the terminal belongs to a process group outside the module's
+/// PID namespace, which the shell could not give it back to.
+[[noreturn]] void BecomeShell(const Module& module) {
+    const char* environment[] = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root", "PS1=module# ", nullptr};
+    std::signal(SIGINT, SIG_DFL);
+    if (chroot(module.root.Path().c_str()) == 0 && chdir("/") == 0) {
+        execle("/bin/sh", "sh", "-i", "+m", nullptr, environment);
+    }
+    _exit(kFailed);
+}
+
+/// Runs an interactive shell with the module's root as its own, and answers its exit status.
+int RunShell(const Module& module) {
+    std::signal(SIGINT, SIG_IGN);  // Ctrl-C is for what the shell runs
+    const pid_t shell = fork();
+    if (shell == 0) {
+        BecomeShell(module);
+    }
+    int status = 0;
+    if (shell < 0 || waitpid(shell, &status, 0) < 0) {
+        return kFailed;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
+}
+
+int Shell() {
+    Module module;
+    EcallPeer peer(module.journal, HumanService());
+    StoryWorld world{.module = module, .peer = peer};
+    Stories().front().scenes.front().act(world);
+    std::printf("Inside the module; the service runs. Its trace: tail -f %s\n", file::kTrace);
+    std::fflush(stdout);
+    return RunShell(module);
+}
+
+int Run(const CommandLine& line) {
+    try {
+        return line.command == "shell" ? Shell() : Play(*FindStory(line.story), line.verbose);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "ecall-sim: %s\n", failure.what());
+        return kFailed;
+    }
+}
+
+/// Reads the options behind the command; empty when all were understood, otherwise the complaint.
+std::string ReadOptions(std::span<char*> words, CommandLine& line) {
+    for (size_t at = 0; at < words.size(); ++at) {
+        const std::string_view word(words[at]);
+        if (word == "--verbose") {
+            line.verbose = true;
+        } else if (word == "--service" && at + 1 < words.size()) {
+            line.service = words[++at];
+        } else if (line.command == "play" && line.story.empty() && !word.starts_with("-")) {
+            line.story = word;
+        } else {
+            return "not understood: " + std::string(word);
+        }
+    }
+    return "";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::span<char*> words(argv, static_cast<size_t>(argc));
+    if (words.size() < 2) {
+        return Misused("nothing to do");
+    }
+    CommandLine line{.command = words[1], .story = "", .service = ""};
+    if (line.command == "--help" || line.command == "-h") {
+        std::fputs(kUsage, stdout);
+        return kPassed;
+    }
+    if (line.command == "--list") {
+        return ListStories();
+    }
+    if (line.command != "play" && line.command != "shell") {
+        return Misused("not understood: " + line.command);
+    }
+    if (const std::string complaint = ReadOptions(words.subspan(2), line); !complaint.empty()) {
+        return Misused(complaint);
+    }
+    if (line.command == "play" && FindStory(line.story) == nullptr) {
+        return Misused(line.story.empty() ? "play what? NAME is missing" : UnknownStory(line.story));
+    }
+    if (!line.service.empty()) {
+        setenv("ECALLUI_SERVICE", line.service.c_str(), 1);
+    }
+    RunInModuleNamespaces([&line] { return Run(line); });
+}

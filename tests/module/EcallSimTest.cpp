@@ -1,0 +1,238 @@
+// The program ecall-sim as one who types it sees it: exit status, output, and what it leaves behind.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr std::chrono::seconds kLimit{100};
+constexpr const char* kEscape = "\033[";
+
+enum class Output { Pipe, Terminal };
+
+/// A running ecall-sim, whose output this end collects.
+class Simulator {
+  public:
+    Simulator(Output kind, std::vector<std::string> arguments, const char* extraVariable = nullptr) {
+        arguments.insert(arguments.begin(), ECALL_SIM);
+        pid = kind == Output::Terminal ? forkpty(&end, nullptr, nullptr, nullptr) : ForkOnPipe();
+        if (pid == 0) {
+            Execute(arguments, extraVariable);
+        }
+    }
+    ~Simulator() { close(end); }
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    /// Collects output until it holds the text; false when it ends or the limit passes before.
+    bool AwaitOutput(const std::string& text) {
+        const auto deadline = std::chrono::steady_clock::now() + kLimit;
+        while (output.find(text) == std::string::npos) {
+            if (!ReadMore(deadline)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void Type(const std::string& keys) {
+        EXPECT_EQ(static_cast<ssize_t>(keys.size()), write(end, keys.data(), keys.size()));
+    }
+
+    /// Collects the rest and answers the exit status.
+    int End() {
+        const auto deadline = std::chrono::steady_clock::now() + kLimit;
+        while (ReadMore(deadline)) {
+        }
+        int status = 0;
+        EXPECT_EQ(pid, waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status));
+        return WEXITSTATUS(status);
+    }
+
+    const std::string& Text() const { return output; }
+
+  private:
+    pid_t ForkOnPipe() {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(0, pipe2(ends.data(), O_CLOEXEC));
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(ends[1], STDERR_FILENO);
+        }
+        close(ends[1]);
+        end = ends[0];
+        return child;
+    }
+
+    [[noreturn]] static void Execute(const std::vector<std::string>& arguments, const char* extraVariable) {
+        std::vector<char*> words;
+        words.reserve(arguments.size() + 1);
+        for (const std::string& argument : arguments) {
+            words.push_back(const_cast<char*>(argument.c_str()));
+        }
+        words.push_back(nullptr);
+        unsetenv("NO_COLOR");
+        setenv("TERM", "xterm", 1);
+        if (extraVariable != nullptr) {
+            setenv(extraVariable, "1", 1);
+        }
+        execv(words.front(), words.data());
+        _exit(127);
+    }
+
+    bool ReadMore(std::chrono::steady_clock::time_point deadline) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd wait{.fd = end, .events = POLLIN, .revents = 0};
+        if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) != 1) {
+            return false;
+        }
+        std::array<char, 4096> piece{};
+        const ssize_t got = read(end, piece.data(), piece.size());
+        if (got <= 0) {
+            return false;
+        }
+        output.append(piece.data(), static_cast<size_t>(got));
+        return true;
+    }
+
+    pid_t pid = -1;
+    int end = -1;
+    std::string output;
+};
+
+std::string Mounts() {
+    std::ifstream file("/proc/self/mountinfo");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(EcallSim, ListsEveryStoryInOneLine) {
+    Simulator simulator(Output::Pipe, {"--list"});
+
+    EXPECT_EQ(0, simulator.End());
+
+    std::istringstream lines(simulator.Text());
+    std::vector<std::string> names;
+    for (std::string line; std::getline(lines, line);) {
+        names.push_back(line.substr(0, line.find(' ')));
+    }
+    EXPECT_THAT(names, testing::ElementsAre("crash", "sos", "bounce", "selftest", "peer-restart", "lost-irq", "dtr"));
+}
+
+TEST(EcallSim, HelpsOnStandardOutput) {
+    Simulator simulator(Output::Pipe, {"--help"});
+
+    EXPECT_EQ(0, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim play NAME [--service PATH] [--verbose]"));
+}
+
+TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
+    Simulator simulator(Output::Pipe, {"play", "crush"});
+
+    EXPECT_EQ(2, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim: no story is called \"crush\"; there are: crash sos bounce "
+                                             "selftest peer-restart lost-irq dtr\n"));
+}
+
+TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {
+    const std::vector<std::vector<std::string>> lines{
+        {}, {"dance"}, {"play"}, {"play", "crash", "--loud"}, {"play", "crash", "sos"}, {"play", "crash", "--service"}};
+    for (const auto& line : lines) {
+        Simulator simulator(Output::Pipe, line);
+
+        EXPECT_EQ(2, simulator.End());
+        EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim: "));
+        EXPECT_THAT(simulator.Text(), HasSubstr("ecall-sim --help"));
+    }
+}
+
+TEST(EcallSim, AStoryOnAProgramThatIsNoServiceFailsAndSaysWhatIsMissing) {
+    Simulator simulator(Output::Pipe, {"play", "crash", "--service", "/bin/true"});
+
+    EXPECT_EQ(1, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), HasSubstr("\nFAILED in the scene \"The eCall service is idle"));
+    EXPECT_THAT(simulator.Text(), HasSubstr("\n  expected, but missing:\n    rpc: client connected\n"));
+    EXPECT_THAT(simulator.Text(), EndsWith("\n  must not come, but came:\n    unit: true exited 0\n"));
+}
+
+TEST(EcallSim, AServiceThatIsNotThereFails) {
+    Simulator simulator(Output::Pipe, {"play", "crash", "--service", "/nowhere/service"});
+
+    EXPECT_EQ(1, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), HasSubstr("/nowhere/service"));
+}
+
+TEST(EcallSim, IsPlainInAPipe) {
+    Simulator simulator(Output::Pipe, {"play", "crash", "--service", "/bin/true"});
+    simulator.End();
+
+    EXPECT_THAT(simulator.Text(), Not(HasSubstr(kEscape)));
+}
+
+TEST(EcallSim, IsColouredOnATerminal) {
+    Simulator simulator(Output::Terminal, {"play", "crash", "--service", "/bin/true"});
+    simulator.End();
+
+    EXPECT_THAT(simulator.Text(), HasSubstr("\033[31mFAILED\033[0m"));
+}
+
+TEST(EcallSim, IsPlainOnATerminalThatWantsNoColour) {
+    Simulator simulator(Output::Terminal, {"play", "crash", "--service", "/bin/true"}, "NO_COLOR");
+    simulator.End();
+
+    EXPECT_THAT(simulator.Text(), HasSubstr("FAILED"));
+    EXPECT_THAT(simulator.Text(), Not(HasSubstr(kEscape)));
+}
+
+TEST(EcallSim, CtrlCLeavesNothingBehind) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // whatever it leaves running becomes a child of this test
+    const std::string mounts = Mounts();
+    Simulator simulator(Output::Terminal, {"play", "crash"});
+    ASSERT_TRUE(simulator.AwaitOutput("Crash!"));
+
+    simulator.Type("\x03");
+
+    EXPECT_EQ(130, simulator.End());
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+    EXPECT_EQ(ECHILD, errno);
+    EXPECT_EQ(mounts, Mounts());
+}
+
+TEST(EcallSim, AShellRunsInsideTheModule) {
+    Simulator simulator(Output::Terminal, {"shell"});
+    ASSERT_TRUE(simulator.AwaitOutput("module# "));
+
+    simulator.Type("ls /sys/devices\n");
+    EXPECT_TRUE(simulator.AwaitOutput("vantu_pwm_led.1"));
+    simulator.Type("sh -c 'echo be''gun; exec sleep 1000'\n");  // the echo of the keys does not hold the word
+    EXPECT_TRUE(simulator.AwaitOutput("begun"));
+    simulator.Type("\x03");
+    simulator.Type("pidof XirEcallUIappSrvc && exit 5\n");
+
+    EXPECT_EQ(5, simulator.End());
+}
+
+}  // namespace

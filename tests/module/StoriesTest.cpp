@@ -1,0 +1,96 @@
+// The stories must be able to fail: each is played here on a unit with one thing broken.
+#include <gmock/gmock.h>
+
+#include "EcallPeer.h"
+#include "Module.h"
+#include "Story.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+/// Long enough for a scene on a loaded machine: what is awaited here does come, but for the one broken thing.
+constexpr std::chrono::seconds kSceneLimit{10};
+
+struct Stage {
+    Module module;
+    EcallPeer peer{module.journal, [] {
+                       EcallService service;
+                       service.timings = kTestPace;
+                       service.timings.voice = kNoLimit;
+                       return service;
+                   }()};
+    std::string account;
+
+    bool Play(const char* name) {
+        StoryWorld world{.module = module, .peer = peer};
+        return PlayStory(*FindStory(name), world, module.journal, {.limit = kSceneLimit},
+                         [this](const std::string& line) { account += line + "\n"; });
+    }
+};
+
+TEST(Stories, ALedThatCannotBeSwitchedOnIsMissed) {
+    Stage stage;
+    stage.module.attributes.AddFault(stage.module.Led("enable"), Use::Write, Fault::Error(EIO));
+
+    EXPECT_FALSE(stage.Play("dtr"));
+
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    led: 25 %, steady\n"));
+}
+
+TEST(Stories, ARelayThatIsNotThereIsMissed) {
+    Stage stage;
+    stage.module.attributes.SetMissing(line::kRelay);
+
+    EXPECT_FALSE(stage.Play("crash"));
+
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    relay: audio relay on\n"));
+}
+
+TEST(Stories, ACallThatIsNeverTriggeredIsMissed) {
+    Stage stage;
+    stage.peer.Answer(EcallMethod::TriggerEcall, {.code = 1});
+
+    EXPECT_FALSE(stage.Play("crash"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    rpc: <- triggerEcall responsecode=0\n"));
+}
+
+TEST(Stories, ACallThatNobodyAskedForIsNoticed) {
+    Stage stage;
+    stage.module.SetSensor(SensorStatus::Emergency);
+
+    EXPECT_FALSE(stage.Play("bounce"));
+
+    EXPECT_THAT(stage.account, HasSubstr("  must not come, but came:\n    rpc: -> triggerEcall automatic=1\n"));
+}
+
+TEST(Stories, AnAntennaThatIsNotConnectedFailsTheSelfTestsStory) {
+    Stage stage;
+    stage.module.SetAttribute(line::kAdc1, "2500000\n");
+
+    EXPECT_FALSE(stage.Play("selftest"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    trace: cellularAntennaConnection = TSelfTestDeviceState_Success\n"));
+}
+
+TEST(Stories, ARecoveryThatFailsIsMissed) {
+    Stage stage;
+    stage.module.ioctls.AddFault("eth0 command 44", Fault::Error(EIO));
+
+    EXPECT_FALSE(stage.Play("lost-irq"));
+
+    EXPECT_THAT(stage.account, HasSubstr("IOCTL ERROR (1)"));
+}
+
+TEST(Stories, AUnitThatIsNeverNotifiedIsMissed) {
+    Stage stage;
+    stage.peer.Answer(EcallMethod::Subscribe, {.code = 1});
+
+    EXPECT_FALSE(stage.Play("peer-restart"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    led: 90 % / 0 %, every 1000 ms\n"));
+}
+
+}  // namespace

@@ -1,0 +1,207 @@
+#include "Account.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kLed = "/sys/devices/vantu_pwm_led.1/";
+
+/// An account and the entries that it is told, a millisecond apart.
+struct Teller {
+    Account account;
+    std::chrono::nanoseconds now{0};
+
+    std::vector<std::string> Tell(Kind kind, const std::string& subject, const std::string& text, int64_t result = 0) {
+        now += 1ms;
+        Entry entry;
+        entry.time = now;
+        entry.kind = kind;
+        entry.subject = subject;
+        entry.text = text;
+        entry.result = result;
+        return Texts(account.Tell(entry));
+    }
+
+    std::vector<std::string> Write(const std::string& path, const std::string& text) {
+        return Tell(Kind::Write, path, text, static_cast<int64_t>(text.size()));
+    }
+
+    static std::vector<std::string> Texts(const std::vector<AccountLine>& lines) {
+        std::vector<std::string> texts;
+        texts.reserve(lines.size());
+        for (const AccountLine& line : lines) {
+            texts.push_back(std::string(WhoName(line.who)) + ": " + line.text);
+        }
+        return texts;
+    }
+};
+
+void Program(Teller& teller, const char* duty1, bool toggling) {
+    teller.Write(kLed + "enable", "0");
+    teller.Write(kLed + "cfg", "1");
+    teller.Write(kLed + "cfg1_period", "10000000");
+    teller.Write(kLed + "cfg1_duty", duty1);
+    if (toggling) {
+        teller.Write(kLed + "cfg2_period", "10000000");
+        teller.Write(kLed + "cfg2_duty", "1");
+        teller.Write(kLed + "toggle_time", "1000");
+    }
+    teller.Write(kLed + "toggle", toggling ? "1" : "0");
+}
+
+TEST(Account, ASteadyPatternIsToldWhenTheLedGoesOn) {
+    Teller teller;
+    Program(teller, "2500000", false);
+
+    EXPECT_THAT(teller.Write(kLed + "enable", "1"), ElementsAre("led: 25 %, steady"));
+}
+
+TEST(Account, ABlinkingPatternTellsBothLevelsAndThePeriod) {
+    Teller teller;
+    Program(teller, "8999999", true);
+
+    EXPECT_THAT(teller.Write(kLed + "enable", "1"), ElementsAre("led: 90 % / 0 %, every 1000 ms"));
+}
+
+TEST(Account, ReprogrammingTheSamePatternIsNoNews) {
+    Teller teller;
+    Program(teller, "2500000", false);
+    teller.Write(kLed + "enable", "1");
+
+    Program(teller, "2500000", false);
+
+    EXPECT_THAT(teller.Write(kLed + "enable", "1"), IsEmpty());
+    EXPECT_THAT(teller.account.Settle(teller.now + 1s), IsEmpty());
+}
+
+TEST(Account, ALedThatStaysOffIsToldDarkOnce) {
+    Teller teller;
+    teller.Write(kLed + "enable", "0");
+
+    EXPECT_THAT(teller.account.Settle(teller.now + 99ms), IsEmpty());
+    EXPECT_THAT(Teller::Texts(teller.account.Settle(teller.now + 100ms)), ElementsAre("led: dark"));
+    EXPECT_THAT(teller.account.Settle(teller.now + 1s), IsEmpty());
+}
+
+TEST(Account, LinesAreToldByWhatTheyDo) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/lte-ecall-relay/value", "1"), ElementsAre("relay: audio relay on"));
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/lte-ecall-relay/value", "0"),
+                ElementsAre("relay: audio relay off"));
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/ecall-nlock/value", "1"), ElementsAre("line: ECALL_nLOCK 1"));
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/gnss-on-off/value", "1"), IsEmpty());
+}
+
+TEST(Account, AFailedWriteIsToldAsOne) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Write, kLed + "enable", "1", -5),
+                ElementsAre("line: writing " + kLed + "enable failed"));
+}
+
+TEST(Account, TheAntennaLineIsTheOneThatWasSelected) {
+    Teller teller;
+    teller.Write("/dev/vantu_gpio_num", "gpio_07");
+    EXPECT_THAT(teller.Write("/dev/vantu_gpio_dir", "out"), IsEmpty());
+    EXPECT_THAT(teller.Write("/dev/vantu_gpio_value", "hi"), ElementsAre("antenna: eCall antenna selected"));
+
+    teller.Write("/dev/vantu_gpio_num", "gpio_05");
+
+    EXPECT_THAT(teller.Write("/dev/vantu_gpio_value", "lo"), ElementsAre("antenna: antenna detection off"));
+}
+
+TEST(Account, NotificationsAreToldInShort) {
+    Teller teller;
+    const std::string fields =
+        "serviceState=ActiveAutomaticECall(101) simProfileState=Commercial(0) networkState=CsFullService(5) "
+        "callState=Dialing(2) audioOutState=Muted(0) selfTestState=";
+
+    EXPECT_THAT(teller.Tell(Kind::RpcNotify, "notifyNotifyState", fields + "Unknown(2)"),
+                ElementsAre("rpc: <= ActiveAutomaticECall, call Dialing, audio Muted"));
+    EXPECT_THAT(teller.Tell(Kind::RpcNotify, "notifyNotifyState", fields + "Requested(3)"),
+                ElementsAre("rpc: <= ActiveAutomaticECall, call Dialing, audio Muted, self-test Requested"));
+}
+
+TEST(Account, AStateWithoutANameIsToldByItsNumber) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::RpcNotify, "notifyNotifyState",
+                            "serviceState=?(50) callState=?(9) audioOutState=Muted(0) selfTestState=Unknown(2)"),
+                ElementsAre("rpc: <= ?(50), call ?(9), audio Muted"));
+}
+
+TEST(Account, RequestsAndRepliesShowWhichWayTheyGo) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::RpcRequest, "requestState", ""), ElementsAre("rpc: -> requestState"));
+    EXPECT_THAT(teller.Tell(Kind::RpcReply, "triggerEcall", "responsecode=0"),
+                ElementsAre("rpc: <- triggerEcall responsecode=0"));
+}
+
+TEST(Account, OnlyTellingTraceLinesAreTold) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Trace, "EcallUIGpioEvent.cpp", "spurious signal on ecall-nrqst ==> do nothing"),
+                ElementsAre("trace: spurious signal on ecall-nrqst ==> do nothing"));
+    EXPECT_THAT(teller.Tell(Kind::Trace, "EcallUIGpio.cpp", "GpioWrite - Enter : GpioId = 6, value = 1 "), IsEmpty());
+}
+
+TEST(Account, TheConsoleIsNotTold) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Console, "XirEcallUIappSrvc", "InitGpio - Enter"), IsEmpty());
+}
+
+TEST(Account, ARepliedStateIsToldInShort) {
+    Teller teller;
+
+    EXPECT_THAT(
+        teller.Tell(Kind::RpcReply, "requestState",
+                    "responsecode=0 serviceState=Available_Idle(3) callState=Inactive(0) audioOutState=Muted(0) "
+                    "selfTestState=Unknown(2)"),
+        ElementsAre("rpc: <- requestState Available_Idle, call Inactive, audio Muted"));
+}
+
+TEST(Account, ASelfTestReportLeavesOutWhatWasNotTested) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::RpcRequest, "updateSelfTestAllDevicesState",
+                            "fwImageIntegrity=Success(0) simPresent=NotHandled(2) loudspeakerConnection=Failed(1)"),
+                ElementsAre("rpc: -> updateSelfTestAllDevicesState fwImageIntegrity=Success(0) "
+                            "loudspeakerConnection=Failed(1)"));
+}
+
+TEST(Account, AScriptsStartIsToldAndItsEndOnlyWhenItFails) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Script, "audio.sh", "begin start"), ElementsAre("script: audio.sh start"));
+    EXPECT_THAT(teller.Tell(Kind::Script, "audio.sh", "end 0"), IsEmpty());
+    EXPECT_THAT(teller.Tell(Kind::Script, "audio.sh", "end 3"), ElementsAre("script: audio.sh end 3"));
+}
+
+TEST(Account, AnEventIsToldByDeviceAndText) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Uevent, "change@/devices/vantu_pwm.0",
+                            "ACTION=change DEVPATH=/devices/vantu_pwm.0 SUBSYSTEM=platform EVENT=NORMAL"),
+                ElementsAre("kernel: uevent change@/devices/vantu_pwm.0 EVENT=NORMAL"));
+    EXPECT_THAT(teller.Tell(Kind::Uevent, "change@/x", "A=B"), ElementsAre("kernel: uevent change@/x A=B"));
+}
+
+TEST(Account, OnlyChangesOfALineAreTold) {
+    Teller teller;
+    const std::string nlock = "/sys/class/ecall_gpio/ecall-nlock/value";
+    teller.Write(nlock, "1");
+
+    EXPECT_THAT(teller.Write(nlock, "1"), IsEmpty());
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/amp-nstby/value", "1"), ElementsAre("line: amp-nstby 1"));
+    EXPECT_THAT(teller.Write(nlock, "0"), ElementsAre("line: ECALL_nLOCK 0"));
+    EXPECT_THAT(teller.Write(nlock, "1"), ElementsAre("line: ECALL_nLOCK 1"));
+}
+
+}  // namespace
