@@ -1,0 +1,103 @@
+// The floor of the road from an airbag event to the request for a call: a program that makes just the system calls that
+// the road demands (select, recvmsg, a console and a trace line for each message, the request), and decides nothing.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <netinet/tcp.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr std::uint16_t kEcallServicePort = 50911;
+
+/// One message: on the console, then opened, appended, measured and closed in the trace file.
+void Line(std::string_view message) {
+    const std::string console = "\r" + std::string(message) + "\n";
+    const std::string line = "Nov 21 02:54:16.123 EcallUIGpioEvent.cpp ( 123) : " + std::string(message) + "\n";
+    const int fd =
+        open("/var/logs/ecall/XirEcallUIappSrvc_traces.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const bool written = write(STDOUT_FILENO, console.data(), console.size()) > 0 &&
+                         write(fd, line.data(), line.size()) > 0 && lseek(fd, 0, SEEK_CUR) > 0;
+    close(fd);
+    if (!written) {
+        _exit(1);
+    }
+}
+
+int ConnectToPeer() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(kEcallServicePort);
+    const int on = 1;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+        perror("FloorDaemon: no eCall service");
+        _exit(1);
+    }
+    return fd;
+}
+
+int ListenToKernel() {
+    const int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_pid = static_cast<std::uint32_t>(getpid());
+    address.nl_groups = 0xFFFFFFFF;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        perror("FloorDaemon: no event socket");
+        _exit(1);
+    }
+    return fd;
+}
+
+std::string_view Receive(int events, std::array<char, 512>& buffer) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(events, &set);
+    select(events + 1, &set, nullptr, nullptr, nullptr);
+    Line("NbReadyDescriptor = 1 ");
+    iovec vector{buffer.data(), buffer.size()};
+    msghdr message{};
+    message.msg_iov = &vector;
+    message.msg_iovlen = 1;
+    const ssize_t count = recvmsg(events, &message, 0);
+    return {buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0};
+}
+
+void RequestCall(int peer) {
+    static constexpr std::array<std::uint8_t, 14> request{2, 0, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 8, 1};
+    std::array<std::uint8_t, 64> reply{};
+    if (send(peer, request.data(), request.size(), MSG_NOSIGNAL) < 0 ||
+        recv(peer, reply.data(), reply.size(), 0) <= 0) {
+        _exit(1);
+    }
+}
+
+}  // namespace
+
+int main() {
+    const int peer = ConnectToPeer();
+    const int events = ListenToKernel();
+    std::array<char, 512> buffer{};
+    for (;;) {
+        Line("Wait for an event (blocking wait) ");
+        const std::string_view datagram = Receive(events, buffer);
+        if (datagram.find("EMERGENCY") != std::string_view::npos) {
+            Line("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)");
+            Line("ecall-ens AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> sensor emergency detected (PWM 1kHz)");
+            RequestCall(peer);
+        }
+    }
+}
