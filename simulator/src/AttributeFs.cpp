@@ -4,6 +4,7 @@
 #define FUSE_USE_VERSION 312
 #include "AttributeFs.h"
 
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <fuse3/fuse_lowlevel.h>
 #include <poll.h>
@@ -287,6 +288,8 @@ void AttributeFs::Mount(const std::string& directory) {
                                  "; /dev/fuse must exist and be open to this user (mode 0666; in a container: "
                                  "--device /dev/fuse)");
     }
+    // Without waiting: a request that poll has announced is gone again when its caller is killed meanwhile.
+    fcntl(fuse_session_fd(next->handle), F_SETFL, O_NONBLOCK);
     next->stop = Descriptor(eventfd(0, EFD_CLOEXEC));
     session = std::move(next);
     stopped = false;

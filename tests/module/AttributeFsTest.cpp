@@ -4,7 +4,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -342,6 +345,30 @@ TEST(AttributeFs, AnswersNobodyOnceItIsUnmounted) {
 
     EXPECT_EQ(-1, write(file.Get(), "1", 1));
     EXPECT_EQ(ENOTCONN, errno);
+}
+
+TEST(AttributeFs, CallersKilledInMidCallDoNotHoldUpTheEnd) {
+    for (int round = 0; round < 50; ++round) {
+        Module module;
+        const std::string path = module.root.Outside(line::kButton);
+        std::vector<pid_t> callers(8);
+        for (pid_t& caller : callers) {
+            caller = fork();
+            if (caller == 0) {
+                for (;;) {  // system calls only: the child of a threaded process
+                    close(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+                }
+            }
+        }
+        module.journal.AwaitCount(callers.size(), {.kind = Kind::Open});
+
+        for (const pid_t caller : callers) {
+            kill(caller, SIGKILL);
+        }
+        for (const pid_t caller : callers) {
+            waitpid(caller, nullptr, 0);
+        }
+    }
 }
 
 TEST(AttributeFs, ManyCallersAtOnceGetTheirOwnAnswers) {
