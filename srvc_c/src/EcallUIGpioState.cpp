@@ -85,26 +85,28 @@ void SelectAntenna(uint8_t level) {
     SetUIStateAndUnlock(state);
 }
 
+void ShowLed(int32_t brightness1, int32_t brightness2, int32_t blicking12PeriodInMs) {
+    SetGpioEcallLed(static_cast<uint32_t>(EcallUI_Configuration.LedPwmPeriodMs.get()),
+                    static_cast<uint32_t>(brightness1), static_cast<uint32_t>(brightness2),
+                    static_cast<uint32_t>(blicking12PeriodInMs));
+}
+
 void ShowLedPattern(LedPattern pattern) {
     const EcallUIConfiguration& cfg = EcallUI_Configuration;
-    const auto show = [&](int32_t brightness1, int32_t brightness2, int32_t blicking12PeriodInMs) {
-        SetGpioEcallLed(static_cast<uint32_t>(cfg.LedPwmPeriodMs.get()), static_cast<uint32_t>(brightness1),
-                        static_cast<uint32_t>(brightness2), static_cast<uint32_t>(blicking12PeriodInMs));
-    };
     switch (pattern) {
         case LedPattern::Unchanged:
             break;
         case LedPattern::Idle:
-            show(cfg.LedEcallIdleBrightness1PerCent, cfg.LedEcallIdleBrightness2PerCent,
-                 cfg.LedEcallIdleBlicking12PeriodInMs);
+            ShowLed(cfg.LedEcallIdleBrightness1PerCent, cfg.LedEcallIdleBrightness2PerCent,
+                    cfg.LedEcallIdleBlicking12PeriodInMs);
             break;
         case LedPattern::Active:
-            show(cfg.LedEcallActiveBrightness1PerCent, cfg.LedEcallActiveBrightness2PerCent,
-                 cfg.LedEcallActiveBlicking12PeriodInMs);
+            ShowLed(cfg.LedEcallActiveBrightness1PerCent, cfg.LedEcallActiveBrightness2PerCent,
+                    cfg.LedEcallActiveBlicking12PeriodInMs);
             break;
         case LedPattern::Error:
-            show(cfg.LedEcallErrorBrightness1PerCent, cfg.LedEcallErrorBrightness2PerCent,
-                 cfg.LedEcallErrorBlicking12PeriodInMs);
+            ShowLed(cfg.LedEcallErrorBrightness1PerCent, cfg.LedEcallErrorBrightness2PerCent,
+                    cfg.LedEcallErrorBlicking12PeriodInMs);
             break;
     }
 }

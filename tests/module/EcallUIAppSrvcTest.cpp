@@ -7,9 +7,7 @@
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsSupersetOf;
 using testing::Not;
 using testing::StartsWith;
 

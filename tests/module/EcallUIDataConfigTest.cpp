@@ -4,11 +4,7 @@
 
 #include "ServiceWorld.h"
 
-using testing::AllOf;
 using testing::Contains;
-using testing::ElementsAreArray;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include "ServiceWorld.h"
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 

@@ -6,12 +6,9 @@
 #include "GpioTest.h"
 
 using namespace std::chrono_literals;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 

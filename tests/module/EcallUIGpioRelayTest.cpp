@@ -9,10 +9,8 @@ using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Gt;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Lt;
 using testing::Not;
 
 namespace {

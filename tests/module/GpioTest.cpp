@@ -26,7 +26,7 @@ std::string LineName(const std::string& path) {
 void Configure(Module& module, const std::vector<std::pair<std::string, std::string>>& members) {
     std::string json;
     for (const auto& [key, value] : members) {
-        json += (json.empty() ? "\"" : ", \"") + key + "\": " + value;
+        json.append(json.empty() ? "\"" : ", \"").append(key).append("\": ").append(value);
     }
     module.root.WriteFile(file::kConfiguration, "{" + json + "}");
 }

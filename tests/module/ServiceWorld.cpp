@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -89,7 +90,7 @@ std::optional<std::chrono::nanoseconds> SleepOf(pid_t pid, const std::filesystem
     }
     timespec duration{};
     const iovec here{&duration, sizeof duration};
-    const iovec there{reinterpret_cast<void*>(arguments[number == SYS_clock_nanosleep ? 2 : 0]), sizeof duration};
+    const iovec there{std::bit_cast<void*>(arguments[number == SYS_clock_nanosleep ? 2 : 0]), sizeof duration};
     if (process_vm_readv(pid, &here, 1, &there, 1, 0) != static_cast<ssize_t>(sizeof duration)) {
         return std::nullopt;
     }

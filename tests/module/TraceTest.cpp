@@ -11,7 +11,6 @@
 
 using namespace std::chrono_literals;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;

@@ -134,6 +134,7 @@ void ExpectRefused(const std::string& content, const std::vector<std::string>& c
     messages = Joined(messages, {"InitConfiguration - Exit"});
     EXPECT_THAT(logged.Messages(), ElementsAreArray(messages));
     std::vector<std::string> system;
+    system.reserve(complaints.size());
     for (const std::string& complaint : complaints) {
         system.push_back("5 " + complaint);
     }

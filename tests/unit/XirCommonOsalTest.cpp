@@ -242,9 +242,9 @@ TEST(XirCommonOsal, ManyWaitersOfOneFlagAllGetUp) {
     Thread thread;
     ASSERT_EQ(0, thread.Create());
     uint8_t flag = 0;
-    std::vector<std::thread> waiters;
-    for (int index = 0; index < 8; ++index) {
-        waiters.emplace_back([&] { EXPECT_EQ(0, xir_common_osal_wait_flag(thread.handle, &flag)); });
+    std::vector<std::thread> waiters(8);
+    for (auto& waiter : waiters) {
+        waiter = std::thread([&] { EXPECT_EQ(0, xir_common_osal_wait_flag(thread.handle, &flag)); });
     }
 
     xir_common_osal_notify_flag(thread.handle, &flag);

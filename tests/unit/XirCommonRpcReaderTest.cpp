@@ -7,7 +7,6 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
@@ -404,7 +403,7 @@ TEST_F(XirCommonRpcReader, EndingTheClientReleasesTheCallerThatReads) {
 TEST_F(XirCommonRpcReader, CallsFromManyThreadsAndStuckHandlersNeverHang) {
     // Everything at once, for the sanitizers and against lost wake-ups: the peer notifies before each reply, and the
     // handler waits each time until some call has returned.
-    constexpr int kRounds = 300;
+    constexpr size_t kRounds = 300;
     Server* notifier = nullptr;
     Server server(kFile, folder.File("busy"),
                   [&](unsigned method, const ProtobufCMessage* request, ProtobufCClosure closure, void* closureData) {
@@ -429,7 +428,7 @@ TEST_F(XirCommonRpcReader, CallsFromManyThreadsAndStuckHandlersNeverHang) {
 
     const auto work = [&](int64_t (*call)(Client&)) {
         return [&, call] {
-            for (int round = 0; round < kRounds; ++round) {
+            for (size_t round = 0; round < kRounds; ++round) {
                 ASSERT_EQ(0, call(busy));
                 const std::scoped_lock lock(mutex);
                 ++returned;
@@ -445,5 +444,5 @@ TEST_F(XirCommonRpcReader, CallsFromManyThreadsAndStuckHandlersNeverHang) {
     disconnect.Join();
 
     EXPECT_TRUE(busy.messages.Wait(3 * kRounds));
-    EXPECT_EQ(3U * kRounds, busy.messages.Lines().size());
+    EXPECT_EQ(3 * kRounds, busy.messages.Lines().size());
 }

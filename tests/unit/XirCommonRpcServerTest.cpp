@@ -381,14 +381,14 @@ TEST_F(XirCommonRpcServer, ManyThreadsMayNotifyAtOnce) {
     Server server(kFile, path);
     const RawSocket client = Connect();
     Exchange(client, kSubscribe, Subscription(kNotifyState));
-    std::vector<std::unique_ptr<Caller>> callers;
+    std::vector<std::unique_ptr<Caller>> callers(kThreads);
 
-    for (int index = 0; index < kThreads; ++index) {
-        callers.push_back(std::make_unique<Caller>([&] {
+    for (auto& caller : callers) {
+        caller = std::make_unique<Caller>([&] {
             for (int round = 0; round < kEach; ++round) {
                 EXPECT_EQ(1, server.NotifyState(1));
             }
-        }));
+        });
     }
 
     for (int index = 0; index < kThreads * kEach; ++index) {

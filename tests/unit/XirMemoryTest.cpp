@@ -98,10 +98,10 @@ TEST(XirMemory, ThreadsThatCountTogetherFreeTheBlockOnce) {
         xir_retain(block);
     }
 
-    std::vector<std::thread> threads;
+    std::vector<std::thread> threads(kThreads);
     std::atomic<int> lastReleases{0};
-    for (int index = 0; index < kThreads; ++index) {
-        threads.emplace_back([&] {
+    for (auto& thread : threads) {
+        thread = std::thread([&] {
             for (int round = 0; round < kRounds; ++round) {
                 xir_retain(block);
                 xir_release(block);
