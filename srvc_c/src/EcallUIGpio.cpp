@@ -23,29 +23,29 @@ constexpr std::size_t kLineReadSize = 4;
 enum class Completion : uint8_t { Missing, InWork, Published };
 
 struct EcallGpioDevice {
-    uint32_t id;
     const char* path;  ///< of the value file; with search, of a directory and the beginning of a name in it
+    uint32_t id;
     bool search;
     std::atomic<Completion> completion{Completion::Missing};
     std::array<char, kGpioPathSize> completedPath{};  ///< constant once Published
 };
 
 EcallGpioDevice EcallGpioDevices[] = {
-    {kGpioSosButtonDet, "/sys/class/ecall_gpio/sos-button-det/value", false},
-    {kGpioGnssSystemOn, "/sys/class/ecall_gpio/gnss-system-on/value", false},
-    {kGpioGnssAntDet, "/sys/class/ecall_gpio/gnss-ant-det/value", false},
-    {kGpioBatPresent, "/sys/class/ecall_gpio/bat-present/value", false},
-    {kGpioEcallNrqst, "/sys/class/ecall_gpio/ecall-nrqst/value", false},
-    {kPwmEcallEns, "/sys/devices/vantu_pwm.", true},
-    {kGpioAudioRelay, "/sys/class/ecall_gpio/lte-ecall-relay/value", false},
-    {kGpioAntSelect, "/sys/class/ecall_gpio/UNUSE_GPIO22/value", false},
-    {kGpioEcallNlock, "/sys/class/ecall_gpio/ecall-nlock/value", false},
-    {kGpioAmpNstby, "/sys/class/ecall_gpio/amp-nstby/value", false},
-    {kGpioGnssOnOff, "/sys/class/ecall_gpio/gnss-on-off/value", false},
-    {kGpioGnssBootSel, "/sys/class/ecall_gpio/gnss-boot-sel/value", false},
-    {kGpioAmpHwmute, "/sys/class/ecall_gpio/amp-hwmute/value", false},
-    {kPwmEcallLed, "/sys/devices/vantu_pwm_led.", true},
-    {kIsrEcallButton, "/sys/devices/ecall_isr.", true},
+    {"/sys/class/ecall_gpio/sos-button-det/value", kGpioSosButtonDet, false},
+    {"/sys/class/ecall_gpio/gnss-system-on/value", kGpioGnssSystemOn, false},
+    {"/sys/class/ecall_gpio/gnss-ant-det/value", kGpioGnssAntDet, false},
+    {"/sys/class/ecall_gpio/bat-present/value", kGpioBatPresent, false},
+    {"/sys/class/ecall_gpio/ecall-nrqst/value", kGpioEcallNrqst, false},
+    {"/sys/devices/vantu_pwm.", kPwmEcallEns, true},
+    {"/sys/class/ecall_gpio/lte-ecall-relay/value", kGpioAudioRelay, false},
+    {"/sys/class/ecall_gpio/UNUSE_GPIO22/value", kGpioAntSelect, false},
+    {"/sys/class/ecall_gpio/ecall-nlock/value", kGpioEcallNlock, false},
+    {"/sys/class/ecall_gpio/amp-nstby/value", kGpioAmpNstby, false},
+    {"/sys/class/ecall_gpio/gnss-on-off/value", kGpioGnssOnOff, false},
+    {"/sys/class/ecall_gpio/gnss-boot-sel/value", kGpioGnssBootSel, false},
+    {"/sys/class/ecall_gpio/amp-hwmute/value", kGpioAmpHwmute, false},
+    {"/sys/devices/vantu_pwm_led.", kPwmEcallLed, true},
+    {"/sys/devices/ecall_isr.", kIsrEcallButton, true},
 };
 
 EcallGpioDevice* FindDevice(uint32_t id) {

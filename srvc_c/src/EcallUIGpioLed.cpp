@@ -146,7 +146,7 @@ bool IsLedUsed() {
 }  // namespace
 
 uint64_t LedPeriodNs(uint32_t periodMs) {
-    return periodMs * uint32_t{1'000'000};
+    return uint32_t{periodMs * 1'000'000};
 }
 
 uint64_t LedDutyNs(uint32_t brightnessPerCent, uint64_t periodNs) {
