@@ -39,10 +39,13 @@ Performed Perform(Module& module, const std::vector<std::string>& operations) {
     module.root.Remove(file::kTrace);
     ModuleProcess& probe = StartPerforming(module, operations);
     EXPECT_EQ(0, probe.WaitForEnd()) << module.journal.Dump();
-    Performed performed{{}, HardwareMessages(module)};
+    Performed performed{{}, HardwareMessages(module), {}};
     for (const std::string& line : Lines(probe.Errors())) {
         // Programs that the operations run may complain there too.
         const std::string operation = line.substr(0, line.find(" = "));
+        if (line.starts_with("slept ")) {
+            performed.sleeps.push_back(line);
+        }
         if (std::ranges::find(operations, operation) != operations.end()) {
             performed.results.push_back(line);
         }

@@ -19,6 +19,7 @@ void Configure(Module& module, const std::vector<std::pair<std::string, std::str
 struct Performed {
     Texts results;   ///< a line each: "GpioRead 2 = 1"
     Texts messages;  ///< HardwareMessages
+    Texts sleeps;    ///< "slept 100 ms" for each wait of a fixed time
 };
 /// Performs operations of HardwareProbe in the module, in order, and waits for its end.
 Performed Perform(Module& module, const std::vector<std::string>& operations);

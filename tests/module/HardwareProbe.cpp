@@ -2,8 +2,9 @@
 // order, one operation each, and prints each result as a line on standard error.
 //
 // The linker's --wrap puts the functions below in front of some system calls that the service's units make, so that
-// "fail FUNCTION ERRNO" can make all later ones of that function fail.
+// "fail FUNCTION ERRNO" can make all later ones of that function fail. Each sleep is told as "slept 100 ms".
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -52,16 +53,27 @@ struct WrappedCall {
         return true;
     }
 };
+WrappedCall CreateThreadCall;
 WrappedCall ForkCall;
+WrappedCall LockCall;
 WrappedCall PipeCall;
 WrappedCall PopenCall;
 WrappedCall ReceiveCall;
 WrappedCall SelectCall;
+WrappedCall SocketCall;
 WrappedCall TimerCall;
 WrappedCall WaitCall;
 const std::map<std::string, WrappedCall*> WrappedCalls = {
-    {"fork", &ForkCall},     {"pipe2", &PipeCall},         {"popen", &PopenCall}, {"recvmsg", &ReceiveCall},
-    {"select", &SelectCall}, {"timer_create", &TimerCall}, {"wait", &WaitCall},
+    {"pthread_create", &CreateThreadCall},
+    {"fork", &ForkCall},
+    {"pthread_mutex_lock", &LockCall},
+    {"pipe2", &PipeCall},
+    {"popen", &PopenCall},
+    {"recvmsg", &ReceiveCall},
+    {"select", &SelectCall},
+    {"socket", &SocketCall},
+    {"timer_create", &TimerCall},
+    {"wait", &WaitCall},
 };
 
 }  // namespace
@@ -102,6 +114,23 @@ int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* li
 int __real_timer_create(clockid_t clock, sigevent* event, timer_t* timer);
 int __wrap_timer_create(clockid_t clock, sigevent* event, timer_t* timer) {
     return TimerCall.Fails() ? -1 : __real_timer_create(clock, event, timer);
+}
+int __real_nanosleep(const timespec* duration, timespec* left);
+int __wrap_nanosleep(const timespec* duration, timespec* left) {
+    fprintf(stderr, "slept %lld ms\n", static_cast<long long>(duration->tv_sec) * 1000 + duration->tv_nsec / 1000000);
+    return __real_nanosleep(duration, left);
+}
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    return CreateThreadCall.Fails() ? errno : __real_pthread_create(thread, attributes, run, argument);
+}
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    return LockCall.Fails() ? errno : __real_pthread_mutex_lock(mutex);
+}
+int __real_socket(int domain, int type, int protocol);
+int __wrap_socket(int domain, int type, int protocol) {
+    return SocketCall.Fails() ? -1 : __real_socket(domain, type, protocol);
 }
 pid_t __real_wait(int* status);
 pid_t __wrap_wait(int* status) { return WaitCall.Fails() ? -1 : __real_wait(status); }
