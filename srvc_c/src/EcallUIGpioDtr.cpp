@@ -69,10 +69,10 @@ int32_t ReadDtrLine() {
             break;
     }
     if (dtr.first == '0') {  // active low
-        EcallUITraceLf("DTR is enalbed ");
+        EcallUITrace("DTR is enalbed ");
         return 1;
     }
-    EcallUITraceLf("DTR is disabled ");
+    EcallUITrace("DTR is disabled ");
     return 0;
 }
 

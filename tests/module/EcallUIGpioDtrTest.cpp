@@ -5,7 +5,6 @@
 
 #include "GpioTest.h"
 
-using namespace std::chrono_literals;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -87,17 +86,20 @@ TEST(EcallUIGpioDtr, SwitchWithoutAnAnswerIsSaidAndItsPipeStaysOpen) {
         module.journal.Await(IsInSyslog("can't read")).text);
 }
 
-TEST(EcallUIGpioDtr, LineWithoutAnAnswerIsSaid) {
+TEST(EcallUIGpioDtr, LineWithoutAnAnswerIsSaidAndItsPipeStaysOpen) {
     Module module;
     module.attributes.AddFault(line::kDtr, Use::Read, Fault::AtMost(0));
 
-    const Performed performed = Perform(module, {"ReadDtrStatus"});
+    const Performed performed = Perform(module, {"ReadDtrStatus", "descriptors", "ReadDtrStatus", "descriptors"});
 
-    EXPECT_THAT(performed.results, ElementsAre("ReadDtrStatus = -1"));
-    EXPECT_THAT(performed.messages,
-                ElementsAre("can't read data from cat "
-                            "/sys/bus/platform/drivers/serial-usif-xgold/e4a00000.usif2/dtr file with Success",
-                            ""));
+    ASSERT_EQ(4U, performed.results.size());
+    EXPECT_EQ("ReadDtrStatus = -1", performed.results[2]);
+    EXPECT_EQ(Descriptors(performed.results[1]) + 1, Descriptors(performed.results[3]));
+    constexpr char kMessage[] =
+        "can't read data from cat /sys/bus/platform/drivers/serial-usif-xgold/e4a00000.usif2/dtr file with Success";
+    EXPECT_THAT(performed.messages, ElementsAre(kMessage, "", kMessage, ""));
+    EXPECT_EQ(kMessage + std::string("\n"), module.journal.Await(IsInSyslog("can't read")).text);
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Console)), Contains(kMessage));
 }
 
 TEST(EcallUIGpioDtr, QueryThatCannotBeStartedIsSaid) {
@@ -125,6 +127,63 @@ TEST(EcallUIGpioDtr, SecondQueryThatCannotBeStartedIsSaidOnTheConsole) {
     EXPECT_THAT(module.journal.Texts(IsKind(Kind::Console)), Contains("cat open error dtr_status path"));
 }
 
+TEST(EcallUIGpioDtr, QueryThatIsAnsweredLeavesNothingOpen) {
+    Module module;
+    SetDtr(module, "1\n", "0\n");
+
+    const Performed performed = Perform(module, {"descriptors", "ReadDtrStatus", "descriptors"});
+
+    EXPECT_EQ(performed.results.front(), performed.results.back());
+}
+
+struct StatusMessage {
+    const char* name;
+    const char* enable;
+    const char* dtr;
+    const char* message;
+    const char* inSystemLog;
+
+    friend void PrintTo(const StatusMessage& status, std::ostream* out) { *out << status.name; }
+};
+
+class EcallUIGpioDtrMessage : public testing::TestWithParam<StatusMessage> {};
+
+TEST_P(EcallUIGpioDtrMessage, GoesToTheSystemLogOnlyWithoutTheTraceMutex) {
+    Module module;
+    SetDtr(module, GetParam().enable, GetParam().dtr);
+
+    const Performed performed =
+        Perform(module, {"ReadDtrStatus", "fail pthread_mutex_lock " + std::to_string(EINVAL), "ReadDtrStatus"});
+
+    module.journal.Await(IsInSyslog("DTR is "));
+    const Texts logged = module.journal.Texts({.kind = Kind::Syslog, .subject = "hardware_probe"});
+    EXPECT_EQ("ERROR Getting the mutex", *(logged.end() - 2));
+    EXPECT_EQ(GetParam().inSystemLog, logged.back());
+    EXPECT_EQ(1U, module.journal.Count(IsOnConsole(GetParam().message)));
+    EXPECT_THAT(performed.messages, ElementsAre(GetParam().message));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, EcallUIGpioDtrMessage,
+    testing::Values(StatusMessage{"NotWatched", "0\n", "0\n", "DTR is disabled ", "DTR is disabled \n"},
+                    StatusMessage{"Asserted", "1\n", "0\n", "DTR is enalbed ", "DTR is enalbed "},
+                    StatusMessage{"NotAsserted", "1\n", "1\n", "DTR is disabled ", "DTR is disabled "}),
+    [](const auto& tested) { return tested.param.name; });
+
+TEST(EcallUIGpioDtr, FailureGoesToConsoleAndSystemLogAlsoWithoutTheTraceMutex) {
+    Module module;
+    module.attributes.SetMissing(line::kDtrEnable);
+
+    const Performed performed = Perform(module, {"fail pthread_mutex_lock " + std::to_string(EINVAL), "ReadDtrStatus"});
+
+    constexpr char kMessage[] =
+        "can't read data from cat /sys/bus/platform/drivers/serial-usif-xgold/e4a00000.usif2/dtr_enable file with "
+        "Success";
+    EXPECT_EQ(kMessage + std::string("\n"), module.journal.Await(IsInSyslog("can't read")).text);
+    EXPECT_EQ(1U, module.journal.Count(IsOnConsole(kMessage)));
+    EXPECT_THAT(performed.messages, IsEmpty());
+}
+
 // ---- Recovery ----
 
 TEST(EcallUIGpioDtr, RecoverySendsBothCommandsWhileDtrIsNotAsserted) {
@@ -138,7 +197,7 @@ TEST(EcallUIGpioDtr, RecoverySendsBothCommandsWhileDtrIsNotAsserted) {
     EXPECT_EQ("eth0", sent[0].subject);
     EXPECT_EQ(std::string("\0\0\0\0\0\0\0\0\x2c\0\0\0", 12), sent[0].bytes);
     EXPECT_EQ(std::string("\0\0\0\0\0\0\0\0\x2b\0\0\0", 12), sent[1].bytes);
-    EXPECT_GE(sent[1].time - sent[0].time, 1s);
+    EXPECT_THAT(performed.sleeps, ElementsAre("slept 1000 ms"));
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioRecoveryThread - Enter", "DTR is disabled ", "GpioRecoveryThread - Exit"));
     EXPECT_EQ(Descriptors(performed.results[0]) + 1, Descriptors(performed.results[3]));
@@ -149,9 +208,10 @@ TEST(EcallUIGpioDtr, RecoverySendsOneCommandWhileDtrIsAssertedOrUnknown) {
         Module module;
         SetDtr(module, "1\n", dtr);
 
-        Perform(module, {"GpioRecoveryThread"});
+        const Performed performed = Perform(module, {"GpioRecoveryThread"});
 
         EXPECT_THAT(Commands(module), ElementsAre("command 44"));
+        EXPECT_EQ("GpioRecoveryThread - Exit", performed.messages.back());
     }
 }
 
@@ -163,10 +223,35 @@ TEST(EcallUIGpioDtr, FirstCommandThatIsRefusedEndsTheRecoveryForGood) {
     const Performed performed = Perform(module, {"GpioRecoveryThread", "GpioIrqRecovery"});
 
     EXPECT_THAT(performed.results, Contains("GpioIrqRecovery = 0"));
+    EXPECT_THAT(performed.sleeps, IsEmpty());
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioRecoveryThread - Enter", "IOCTL ERROR (1) ==> GpioRecoveryThread - Exit"));
     module.journal.Await(IsInSyslog("IOCTL ERROR (1) ==> GpioRecoveryThread - Exit"));
     EXPECT_THAT(Commands(module), ElementsAre("command 44"));
+}
+
+TEST(EcallUIGpioDtr, RefusedRecoveryLeavesItsSocketOpenToo) {
+    Module module;
+    module.ioctls.AddFault("eth0 command 44", Fault::Error(EIO));
+
+    // The first message makes the C library open the system log, which then stays open too.
+    const Performed performed =
+        Perform(module, {"GpioRecoveryThread", "descriptors", "GpioRecoveryThread", "descriptors"});
+
+    EXPECT_EQ(Descriptors(performed.results[1]) + 1, Descriptors(performed.results[3]));
+}
+
+TEST(EcallUIGpioDtr, RecoveryWithoutASocketEndsAsOneThatIsRefused) {
+    Module module;
+    Configure(module, {{"GpioIrqRecovery", "false"}});
+
+    const Performed performed =
+        Perform(module, {"fail socket " + std::to_string(EMFILE), "GpioRecoveryThread", "GpioIrqRecovery"});
+
+    EXPECT_THAT(performed.results, Contains("GpioIrqRecovery = 0"));
+    EXPECT_THAT(performed.messages,
+                ElementsAre("GpioRecoveryThread - Enter", "IOCTL ERROR (1) ==> GpioRecoveryThread - Exit"));
+    EXPECT_THAT(Commands(module), IsEmpty());
 }
 
 TEST(EcallUIGpioDtr, SecondCommandThatIsRefusedIsOnlySaid) {
@@ -180,6 +265,8 @@ TEST(EcallUIGpioDtr, SecondCommandThatIsRefusedIsOnlySaid) {
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioRecoveryThread - Enter", "DTR is disabled ",
                             "IOCTL ERROR (2) ==> GpioRecoveryThread - Exit", "GpioRecoveryThread - Exit"));
+    EXPECT_THAT(Commands(module), ElementsAre("command 44", "command 43"));
+    module.journal.Await(IsInSyslog("IOCTL ERROR (2) ==> GpioRecoveryThread - Exit"));
 }
 
 }  // namespace
