@@ -99,6 +99,14 @@ uint32_t GpioAntWrite(uint32_t line, uint8_t level, EcallUIState& state) {
     return result;
 }
 
+uint32_t DriveAntennaLine(uint32_t line, uint8_t level) {
+    EcallUIState state;
+    GetUIStateAndLock(state, true);
+    const uint32_t result = GpioAntWrite(line, level, state);
+    SetUIStateAndUnlock(state);
+    return result;
+}
+
 int32_t AdcMillivolts(const char* text) {
     const long long millivolts = strtoll(text, nullptr, 10) / kMicrovoltsPerMillivolt;
     using Limits = std::numeric_limits<int32_t>;

@@ -78,13 +78,6 @@ void SwitchAmplifier(OutputChange change) {
     }
 }
 
-void SelectAntenna(uint8_t level) {
-    EcallUIState state;
-    GetUIStateAndLock(state, true);
-    GpioAntWrite(kAntSelectLine, level, state);
-    SetUIStateAndUnlock(state);
-}
-
 void ShowLed(int32_t brightness1, int32_t brightness2, int32_t blicking12PeriodInMs) {
     SetGpioEcallLed(static_cast<uint32_t>(EcallUI_Configuration.LedPwmPeriodMs.get()),
                     static_cast<uint32_t>(brightness1), static_cast<uint32_t>(brightness2),
@@ -114,7 +107,7 @@ void ShowLedPattern(LedPattern pattern) {
 void Apply(const ServiceOutputs& outputs) {
     SwitchAmplifier(outputs.amplifier);
     if (outputs.antenna == OutputChange::Off) {
-        SelectAntenna(0);
+        DriveAntennaLine(kAntSelectLine, 0);
     }
     if (outputs.relay != OutputChange::Unchanged) {
         ControlAudioRelay(outputs.relay == OutputChange::On);
@@ -133,7 +126,7 @@ void SelectAntennaForCall() {
     EcallUIState state;
     GetUIStateAndLock(state, false);
     if (state.EcallAntennaSelected == 0) {
-        SelectAntenna(1);
+        DriveAntennaLine(kAntSelectLine, 1);
     }
 }
 

@@ -76,14 +76,6 @@ void TestCrashSensor(TSelfTestAllDevicesState& result) {
     }
 }
 
-uint32_t SupplyAntennaDetection(uint8_t level) {
-    EcallUIState state;
-    GetUIStateAndLock(state, true);
-    const uint32_t result = GpioAntWrite(kAntDetectLine, level, state);
-    SetUIStateAndUnlock(state);
-    return result;
-}
-
 /// A connected antenna pulls the voltage down. Compared unsigned, so that a failed reading (-1) counts as open too.
 uint32_t MeasureAntenna() {
     const auto millivolts = static_cast<uint32_t>(AdcRead(kAntennaAdc));
@@ -98,11 +90,11 @@ uint32_t MeasureAntenna() {
 
 void TestAntenna(TSelfTestAllDevicesState& result) {
     result.cellularAntennaConnection = TSelfTestDeviceState_Failed;
-    if (SupplyAntennaDetection(1) == 0) {
+    if (DriveAntennaLine(kAntDetectLine, 1) == 0) {
         std::this_thread::sleep_for(kAntennaSettleTime);
         result.cellularAntennaConnection = MeasureAntenna();
     }
-    SupplyAntennaDetection(0);
+    DriveAntennaLine(kAntDetectLine, 0);
 }
 
 }  // namespace
