@@ -522,6 +522,8 @@ TEST_F(XirCommonRpcClient, AnAcknowledgedSubscriptionIsRepeatedBeforeAnythingEls
               repeated);
     peer.Send(Frame(kSubscribe, kReply, 0, IdOf(repeated), kZero));
     Answer();
+    caller.Join();
+    EXPECT_THAT(client.errors.Lines(), IsEmpty());
 }
 
 TEST_F(XirCommonRpcClient, EverySubscriptionIsRepeatedAfterEveryReconnection) {
@@ -580,6 +582,21 @@ TEST_F(XirCommonRpcClient, ASubscriptionWithdrawnWhileTheConnectionIsLostIsNotRe
     caller.Join();
 
     Settle();
+}
+
+TEST_F(XirCommonRpcClient, ASubscriptionWithdrawnBeforeItsRepetitionIsAnsweredIsNotRepeatedAgain) {
+    Connect();
+    Subscribe(kZero);
+    Reconnect();
+    const Bytes repeated = peer.ReceiveFrame();
+    Unsubscribe(kZero);
+
+    peer.Send(Frame(kSubscribe, kReply, 0, IdOf(repeated), kZero));
+    Settle();
+    Reconnect();
+
+    Settle();  // its request is the first one
+    EXPECT_THAT(client.errors.Lines(), IsEmpty());
 }
 
 TEST_F(XirCommonRpcClient, ASubscriptionWhoseWithdrawalWasRefusedIsRepeated) {

@@ -149,7 +149,7 @@ void XirClient::Settle(const Call& call, const ProtobufCMessage* reply) {
             if (acknowledged && call.closure != nullptr) {
                 const std::scoped_lock lock(mutex);
                 subscriptions[call.subscription.messageId] = call.request;
-            } else if (call.closure == nullptr && reply != nullptr) {
+            } else if (!acknowledged && call.closure == nullptr && reply != nullptr) {
                 Report(-EACCES, "subscription to " + std::to_string(call.subscription.messageId) +
                                     " was refused after the reconnection");
             }
