@@ -31,6 +31,18 @@ Bytes operator+(Bytes left, const Bytes& right) {
     return left;
 }
 
+/// A request that no socket takes whole, and its exchange.
+constexpr size_t kLongText = 1'000'000;
+
+int64_t CallLong(Client& client) {
+    std::string text(kLongText, 'x');
+    Com__Vantu__Ecallapp__TCfgParamValue value = COM__VANTU__ECALLAPP__TCFG_PARAM_VALUE__INIT;
+    value.strvalue = text.data();
+    Com__Vantu__Ecallapp__SetCfgParameterRequest request = COM__VANTU__ECALLAPP__SET_CFG_PARAMETER_REQUEST__INIT;
+    request.paramvalue = &value;
+    return Call(client).Start(10, request.base).Wait();
+}
+
 /// A client whose notification handler stays inside at call state 1 until it is let out.
 class XirCommonRpcReader : public testing::Test {
   protected:
@@ -232,17 +244,40 @@ TEST_F(XirCommonRpcReader, AFloodWhileTheHandlerIsStuckEndsTheConnection) {
 
 TEST_F(XirCommonRpcReader, ALongRequestMadeWhileTheHandlerIsStuckIsWrittenByItsCaller) {
     Block();
-    std::string text(1'000'000, 'x');
-    Com__Vantu__Ecallapp__TCfgParamValue value = COM__VANTU__ECALLAPP__TCFG_PARAM_VALUE__INIT;
-    value.strvalue = text.data();
-    Com__Vantu__Ecallapp__SetCfgParameterRequest request = COM__VANTU__ECALLAPP__SET_CFG_PARAMETER_REQUEST__INIT;
-    request.paramvalue = &value;
-    Caller caller([&] { EXPECT_EQ(3, Call(client).Start(10, request.base).Wait()); });
+    Caller caller([&] { EXPECT_EQ(3, CallLong(client)); });
 
     const Bytes frame = peer.ReceiveFrame();
 
-    EXPECT_GT(frame.size(), text.size());
+    EXPECT_GT(frame.size(), kLongText);
     Reply(frame, 3);
+}
+
+TEST_F(XirCommonRpcReader, ALongRequestIsWrittenByTheOneWhoReadsAlreadyAndHadNothingToWrite) {
+    Block();
+    Caller reader([&] { EXPECT_EQ(1, CallTrigger(client)); });
+    const Bytes first = peer.ReceiveFrame();
+    reader.WaitAsleep();
+    Caller caller([&] { EXPECT_EQ(3, CallLong(client)); });
+
+    const Bytes frame = peer.ReceiveFrame();
+
+    ASSERT_GT(frame.size(), kLongText);
+    Reply(frame, 3);
+    caller.Join();
+    Reply(first, 1);
+}
+
+TEST_F(XirCommonRpcReader, ARequestGoesOutAtOnceAlthoughNobodyReads) {
+    Block();
+    Call call(client);
+    const Com__Vantu__Ecallapp__DisconnectEcallRequest request = COM__VANTU__ECALLAPP__DISCONNECT_ECALL_REQUEST__INIT;
+
+    call.Start(kDisconnect, request.base);
+
+    const Bytes frame = peer.ReceiveFrame();
+    EXPECT_EQ(kDisconnect, MethodOf(frame));
+    Reply(frame, 4);
+    EXPECT_EQ(4, call.Wait());
 }
 
 TEST_F(XirCommonRpcReader, ACallFromInsideAHandlerDoesNotHang) {
