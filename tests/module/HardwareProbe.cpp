@@ -1,8 +1,9 @@
 // Stands in for the service where a test looks at single operations on the hardware: carries its arguments out in
-// order, one operation each, and prints each result as a line on standard error.
+// order, one operation each, and prints each result as a line on standard error: "GpioRead 2 = 1".
 //
-// The linker's --wrap puts the functions below in front of some system calls that the service's units make, so that
-// "fail FUNCTION ERRNO" can make all later ones of that function fail. Each sleep is told as "slept 100 ms".
+// The linker's --wrap puts the functions below in front of some calls that the service's units make. After "fail
+// FUNCTION ERRNO" every call of that function fails, and 0 heals it; recvmsg and an interrupted select fail once, as
+// they would for the service's loop. Each sleep is told as "slept 100 ms".
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/select.h>
@@ -89,7 +90,8 @@ FILE* __wrap_popen(const char* command, const char* mode) {
     return PopenCall.Fails() ? nullptr : __real_popen(command, mode);
 }
 ssize_t __real_recvmsg(int socket, msghdr* message, int flags);
-/// Once only: the service goes on receiving. Error 0 after "fail recvmsg" stands for the end of the data.
+/// Fails once, then receives again. ENODATA, which recvmsg itself never answers, asks for the end of the data: a
+/// result of 0.
 ssize_t __wrap_recvmsg(int socket, msghdr* message, int flags) {
     const int error = ReceiveCall.error.exchange(0);
     if (error == 0) {
@@ -99,13 +101,14 @@ ssize_t __wrap_recvmsg(int socket, msghdr* message, int flags) {
     return error == ENODATA ? 0 : -1;
 }
 int __real_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* limit);
+/// EINTR fails once. ENODATA, which select itself never answers, asks for one return with nothing ready.
 int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* limit) {
     const int error = SelectCall.error.load();
     if (error == EINTR || error == ENODATA) {
-        SelectCall.error = 0;  // passing
+        SelectCall.error = 0;
     }
     if (error == ENODATA) {
-        FD_ZERO(in);  // returned, but nothing is ready
+        FD_ZERO(in);
         return 0;
     }
     errno = error;
@@ -268,6 +271,8 @@ const std::map<std::string, Operation>& Operations() {
         {"SendRtaDetectorErrorStatus", done([](const Words& w) { SendRtaDetectorErrorStatus(Byte(w[1])); })},
         {"LastSelfTestState", done([](const Words& w) { LastSelfTestState = Number(w[1]); })},
         {"GpioIrqRecovery", [](const Words&) { return Text(EcallUI_Configuration.GpioIrqRecovery); }},
+        {"ConfigureExternalAudioAmp",
+         done([](const Words& w) { EcallUI_Configuration.ConfigureExternalAudioAmp = Byte(w[1]); })},
         {"connect", done([](const Words&) { ConnectEcallService(); })},
         {"descriptors", [](const Words&) { return Text(Descriptors()); }},
         {"fail", done([](const Words& w) { WrappedCalls.at(w[1])->error = static_cast<int>(Number(w[2])); })},
