@@ -5,8 +5,14 @@
 
 #include "GpioTest.h"
 
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
 
 namespace {
 
@@ -102,6 +108,26 @@ TEST(EcallUIGpio, DeviceMayHaveAnEmptySuffixAndAnyOther) {
 
     EXPECT_THAT(performed.results, ElementsAre("GpioGetDevicePath 5 128 = 0 /sys/devices/vantu_pwm.",
                                                "GpioGetDevicePath 13 128 = 0 /sys/devices/vantu_pwm_led.a b%s"));
+}
+
+TEST(EcallUIGpio, SensorIsNotMistakenForTheLed) {
+    Module module;
+    module.attributes.Remove(module.devices.sensor);
+
+    const Performed performed = Perform(module, {"GpioGetDevicePath 5 128", "GpioGetDevicePath 13 128"});
+
+    EXPECT_THAT(performed.results, ElementsAre("GpioGetDevicePath 5 128 = -1 untouched",
+                                               "GpioGetDevicePath 13 128 = 0 /sys/devices/vantu_pwm_led.1"));
+}
+
+TEST(EcallUIGpio, DeviceWithoutItsDirectoryHasNoPath) {
+    Module module;
+    module.attributes.Remove("/sys/devices");
+
+    const Performed performed = Perform(module, {"GpioGetDevicePath 5 128", "GpioGetDeviceFilePath 13 128 enable"});
+
+    EXPECT_THAT(performed.results, ElementsAre("GpioGetDevicePath 5 128 = -1 untouched",
+                                               "GpioGetDeviceFilePath 13 128 enable = -1 untouched"));
 }
 
 TEST(EcallUIGpio, DeviceKeepsItsPathAfterItIsGone) {
@@ -294,6 +320,7 @@ TEST(EcallUIGpio, LineThatRefusesItsValueIsSaidSo) {
                     "Unable to write value file : StrValue = 1, NbByteWrite = -1", "", "GpioWrite - Exit : ret = 1",
                     "GpioWrite - Enter : GpioId = 8, value = 1 ",
                     "Unable to write value file : StrValue = 1, NbByteWrite = 0", "", "GpioWrite - Exit : ret = 1"));
+    module.journal.Await(IsInSyslog("Unable to write value file : StrValue = 1, NbByteWrite = -1\n"));
 }
 
 TEST(EcallUIGpio, LineThatIsMissingOrUnknownCannotBeWritten) {
@@ -306,6 +333,8 @@ TEST(EcallUIGpio, LineThatIsMissingOrUnknownCannotBeWritten) {
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioWrite - Enter : GpioId = 8, value = 1 ", "Unable to open 8 pin value file", "",
                             "GpioWrite - Enter : GpioId = 15, value = 1 ", "Unable to open 15 pin value file", ""));
+    module.journal.Await(IsInSyslog("Unable to open 8 pin value file\n"));
+    module.journal.Await(IsInSyslog("Unable to open 15 pin value file\n"));
 }
 
 // ---- The sensor's status ----
@@ -319,6 +348,28 @@ TEST(EcallUIGpio, SensorStatusIsItsFirstCharacter) {
     EXPECT_THAT(performed.results, ElementsAre("GpioRead_EcallEns = 3"));
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioRead_EcallEns - Enter", "pwm_status = 3", "", "GpioRead_EcallEns - Exit : ret = 3"));
+    EXPECT_THAT(module.journal.Texts(IsOpened(module.Sensor("pwm_status"))), ElementsAre("read"));
+}
+
+TEST(EcallUIGpio, SensorStatusThatIsNoDigitPassesAsItIs) {
+    Module module;
+    module.SetAttribute(module.Sensor("pwm_status"), "x");
+
+    const Performed performed = Perform(module, {"GpioRead_EcallEns"});
+
+    EXPECT_THAT(performed.results, ElementsAre("GpioRead_EcallEns = 72"));
+    EXPECT_THAT(performed.messages,
+                ElementsAre("GpioRead_EcallEns - Enter", "pwm_status = x", "GpioRead_EcallEns - Exit : ret = 72"));
+}
+
+TEST(EcallUIGpio, AtMostFourBytesOfTheSensorStatusAreRead) {
+    Module module;
+    module.SetAttribute(module.Sensor("pwm_status"), "1234567");
+
+    const Performed performed = Perform(module, {"GpioRead_EcallEns"});
+
+    EXPECT_THAT(performed.messages,
+                ElementsAre("GpioRead_EcallEns - Enter", "pwm_status = 1234", "GpioRead_EcallEns - Exit : ret = 1"));
 }
 
 TEST(EcallUIGpio, SensorThatGivesNoBytesCannotBeRead) {
@@ -330,12 +381,21 @@ TEST(EcallUIGpio, SensorThatGivesNoBytesCannotBeRead) {
     EXPECT_THAT(performed.results, ElementsAre("GpioRead_EcallEns = -1"));
     EXPECT_THAT(performed.messages,
                 ElementsAre("GpioRead_EcallEns - Enter", "Unable to read pin value file : NbByteRead = 0", ""));
+    module.journal.Await(IsInSyslog("Unable to read pin value file : NbByteRead = 0\n"));
 }
 
-TEST(EcallUIGpio, SensorThatIsMissingIsToldToTheSystemLogWithALineEnd) {
+TEST(EcallUIGpio, SensorWhoseReadFailsReadsAsAnEmptyText) {
     Module module;
-    module.attributes.Remove(module.devices.sensor);
+    module.attributes.AddFault(module.Sensor("pwm_status"), Use::Read, Fault::Error(EIO));
 
+    const Performed performed = Perform(module, {"GpioRead_EcallEns"});
+
+    EXPECT_THAT(performed.results, ElementsAre("GpioRead_EcallEns = -48"));
+    EXPECT_THAT(performed.messages,
+                ElementsAre("GpioRead_EcallEns - Enter", "pwm_status = ", "GpioRead_EcallEns - Exit : ret = -48"));
+}
+
+void ExpectSensorNotOpened(Module& module) {
     const Performed performed = Perform(module, {"GpioRead_EcallEns"});
 
     EXPECT_THAT(performed.results, ElementsAre("GpioRead_EcallEns = -1"));
@@ -343,6 +403,27 @@ TEST(EcallUIGpio, SensorThatIsMissingIsToldToTheSystemLogWithALineEnd) {
                 ElementsAre("GpioRead_EcallEns - Enter", "Unable to open /sys/devices/vantu_pwm.xxx/pwm_status file"));
     const Entry said = module.journal.Await(IsInSyslog("Unable to open"));
     EXPECT_EQ("Unable to open /sys/devices/vantu_pwm.xxx/pwm_status file\n", said.text);
+}
+
+TEST(EcallUIGpio, SensorThatIsMissingIsToldToTheSystemLogWithALineEnd) {
+    Module module;
+    module.attributes.Remove(module.devices.sensor);
+
+    ExpectSensorNotOpened(module);
+}
+
+TEST(EcallUIGpio, SensorThatCannotBeOpenedIsToldAsAMissingOne) {
+    Module module;
+    module.attributes.AddFault(module.Sensor("pwm_status"), Use::Open, Fault::Error(EACCES));
+
+    ExpectSensorNotOpened(module);
+}
+
+TEST(EcallUIGpio, SensorWhosePathLeavesNoRoomForItsAttributeIsToldAsAMissingOne) {
+    // The attribute's path would have 129 characters.
+    Module module({.devices = {.sensor = "/sys/devices/vantu_pwm." + std::string(95, 'k')}});
+
+    ExpectSensorNotOpened(module);
 }
 
 // ---- The external enable line of the LED ----
@@ -355,7 +436,20 @@ TEST(EcallUIGpio, ExternalLineIsNamedAndAlwaysActiveHigh) {
     EXPECT_THAT(WritesBelow(module, module.devices.led),
                 ElementsAre("ExternalGpio_enable = 1", "ExternalGpio_active_low = 0", "ExternalGpio_enable = DTR",
                             "ExternalGpio_active_low = 0"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), AllOf(SizeIs(4), Each("read-write sync")));
     EXPECT_THAT(performed.messages, IsEmpty());
+}
+
+TEST(EcallUIGpio, ExternalLineWithoutANameIsStillGivenItsPolarity) {
+    Module module;
+    Configure(module, {{"GpioForEnablingEcallLedControlUsed", "\"\""},
+                       {"GpioInputPwm_ENS_Used", "false"},
+                       {"GpioInputButton_nRQST_Used", "false"}});
+
+    const Performed performed = Perform(module, {"InitGpio"});
+
+    EXPECT_THAT(WritesBelow(module, module.devices.led), ElementsAre("ExternalGpio_active_low = 0"));
+    EXPECT_THAT(performed.messages, Not(Contains(StartsWith("Unable"))));
 }
 
 TEST(EcallUIGpio, ExternalLineThatCannotBeNamedIsLeftAlone) {
@@ -372,6 +466,18 @@ TEST(EcallUIGpio, ExternalLineThatCannotBeNamedIsLeftAlone) {
                             ""));
     EXPECT_THAT(module.journal.All(IsOpened(module.Led("ExternalGpio_active_low"))), IsEmpty());
     module.journal.Await(IsInSyslog("Unable to open pwm led ExternalGpio_enable file"));
+    module.journal.Await(IsInSyslog(
+        "Unable to write pwm led /sys/devices/vantu_pwm_led.1/ExternalGpio_enable file : value = DTR in \n"));
+}
+
+TEST(EcallUIGpio, PolarityWhosePathIsTooLongCannotBeSet) {
+    // The paths of its two attributes would have 127 and 131 characters.
+    Module module({.devices = {.led = "/sys/devices/vantu_pwm_led." + std::string(80, 'k')}});
+
+    const Performed performed = Perform(module, {"ExternalGpio_enable DTR 0"});
+
+    EXPECT_THAT(WritesBelow(module, module.devices.led), ElementsAre("ExternalGpio_enable = DTR"));
+    EXPECT_THAT(performed.messages, ElementsAre("Unable to open pwm led ExternalGpio_enable file"));
 }
 
 TEST(EcallUIGpio, PolarityThatCannotBeSetIsSaidSo) {
@@ -386,6 +492,34 @@ TEST(EcallUIGpio, PolarityThatCannotBeSetIsSaidSo) {
                             "Unable to write pwm led /sys/devices/vantu_pwm_led.1/ExternalGpio_active_low file : value "
                             "= 0 in ",
                             ""));
+}
+
+// ---- All of them ----
+
+TEST(EcallUIGpio, OnlyFailuresReachTheSystemLog) {
+    Module module;
+
+    Perform(module, {"GpioRead 3", "GpioWrite 8 1", "GpioRead_EcallEns", "ExternalGpio_enable DTR 0", "GpioRead 77"});
+
+    module.journal.Await(IsInSyslog("Unable to open 77 pin value file"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open 77 pin value file\n"));
+}
+
+TEST(EcallUIGpio, NothingStaysOpen) {
+    Module module;
+    module.attributes.AddFault(line::kGnssAntenna, Use::Read, Fault::AtMost(0));
+    module.attributes.AddFault(line::kNlock, Use::Write, Fault::Error(EIO));
+    module.attributes.AddFault(module.Sensor("pwm_status"), Use::Read, Fault::AtMost(0).Once());
+    module.attributes.AddFault(module.Led("ExternalGpio_enable"), Use::Write, Fault::AtMost(0).Once());
+    module.attributes.AddFault(module.Led("ExternalGpio_active_low"), Use::Write, Fault::AtMost(0).Once());
+
+    // The first message makes the C library open the system log, which then stays open.
+    const Performed performed = Perform(
+        module, {"GpioRead 77", "descriptors", "GpioRead 3", "GpioRead 2", "GpioWrite 6 1", "GpioWrite 8 1",
+                 "GpioRead_EcallEns", "GpioRead_EcallEns", "ExternalGpio_enable DTR 0", "ExternalGpio_enable DTR 0",
+                 "ExternalGpio_enable DTR 0", "GpioGetDevicePath 14 128", "GpioGetDevicePath 14 9", "descriptors"});
+
+    EXPECT_EQ(performed.results.at(1), performed.results.back());
 }
 
 }  // namespace
