@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 
 #include "lib_Ecall/src/ecallapp.pb-c.h"
 #include "xir_common_rpc.h"
@@ -11,14 +10,10 @@
 
 namespace {
 
-struct FreeMessage {
-    void operator()(ProtobufCMessage* message) const { protobuf_c_message_free_unpacked(message, nullptr); }
-};
-
 struct Frame {
     int32_t result = XIR_COMMON_RPC_BROKEN;
     size_t size = 0;
-    std::unique_ptr<ProtobufCMessage, FreeMessage> message;
+    XirMessage message;
 };
 
 Frame Read(const uint8_t* bytes, size_t size) {

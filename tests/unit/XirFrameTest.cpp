@@ -224,6 +224,61 @@ TEST(XirFrame, APayloadThatWouldUnpackToFarMoreThanItsSizeIsRefused) {
     EXPECT_EQ(XIR_COMMON_RPC_BAD_PAYLOAD, read.result);
 }
 
+/// Frames as an end with this deserialiser sees them.
+XirFrame FirstFrame(xir_common_rpc_deserialize_fn deserialize, const Bytes& bytes) {
+    return XirFirstFrame({&kEcallApp, xir_common_rpc_client_serialize, deserialize}, bytes);
+}
+
+TEST(XirFrame, TheFirstFrameOfTheBytesComesWithItsMessage) {
+    Bytes bytes = Frame(kTriggerEcall, kRequest, 0, 5, kTriggerPayload);
+    bytes.push_back(0xff);
+
+    const XirFrame frame = FirstFrame(xir_common_rpc_deserialize, bytes);
+
+    EXPECT_EQ(XIR_COMMON_RPC_COMPLETE, frame.result);
+    EXPECT_EQ(14U, frame.size);
+    ASSERT_NE(nullptr, frame.message);
+    EXPECT_EQ(frame.header.message, frame.message.get());
+}
+
+TEST(XirFrame, WithoutBytesNoDeserialiserIsAsked) {
+    const auto never = [](const ProtobufCServiceDescriptor*, const uint8_t*, size_t, xir_common_rpc_header*, size_t*) {
+        ADD_FAILURE() << "asked";
+        return int32_t{XIR_COMMON_RPC_BROKEN};
+    };
+
+    EXPECT_EQ(XIR_COMMON_RPC_NEED_MORE, FirstFrame(never, {}).result);
+}
+
+TEST(XirFrame, ADeserialiserThatAsksForMoreThanAFrameIsBroken) {
+    const auto greedy = [](const ProtobufCServiceDescriptor*, const uint8_t*, size_t, xir_common_rpc_header*,
+                           size_t* consumed) {
+        *consumed = 1;
+        return int32_t{XIR_COMMON_RPC_NEED_MORE};
+    };
+
+    const XirFrame cut = FirstFrame(greedy, Bytes(kXirFrameSizeLimit - 1));
+    EXPECT_EQ(XIR_COMMON_RPC_NEED_MORE, cut.result);
+    EXPECT_EQ(0U, cut.size);
+    EXPECT_EQ(XIR_COMMON_RPC_BROKEN, FirstFrame(greedy, Bytes(kXirFrameSizeLimit)).result);
+}
+
+TEST(XirFrame, ADeserialiserThatConsumesNothingOrMoreThanThereIsIsBroken) {
+    static size_t claimed;
+    const auto liar = [](const ProtobufCServiceDescriptor*, const uint8_t*, size_t, xir_common_rpc_header*,
+                         size_t* consumed) {
+        *consumed = claimed;
+        return int32_t{XIR_COMMON_RPC_UNKNOWN_METHOD};
+    };
+
+    for (const auto& [size, result] : {std::pair{size_t{0}, XIR_COMMON_RPC_BROKEN},
+                                       {size_t{20}, XIR_COMMON_RPC_UNKNOWN_METHOD},
+                                       {size_t{21}, XIR_COMMON_RPC_BROKEN}}) {
+        claimed = size;
+        EXPECT_EQ(result, FirstFrame(liar, Bytes(20)).result) << size;
+    }
+}
+
 TEST(XirByteQueue, BytesLeaveInTheOrderInWhichTheyCame) {
     XirByteQueue queue;
     Bytes in;

@@ -89,17 +89,11 @@ class XirClient : public XirSharedConnection, public std::enable_shared_from_thi
     };
     using Calls = std::map<uint32_t, Call>;
 
-    struct FreeMessage {
-        void operator()(ProtobufCMessage* message) const { protobuf_c_message_free_unpacked(message, nullptr); }
-    };
     /// The next frame of a queue, and what is to be done with it.
     struct Incoming {
         enum class Kind { None, Reply, LateReply, Message, Broken };
         Kind kind = Kind::None;
-        size_t size = 0;     // bytes of the frame
-        int32_t result = 0;  // of the deserialiser
-        xir_common_rpc_header header = {};
-        std::unique_ptr<ProtobufCMessage, FreeMessage> message;
+        XirFrame frame;
         Call call;  // of a Reply
     };
 
@@ -146,6 +140,7 @@ class XirClient : public XirSharedConnection, public std::enable_shared_from_thi
 
     // Input.
     Incoming Look(const XirByteQueue& queue);
+    Incoming::Kind Classify(Incoming& incoming);
     Incoming::Kind ClassifyReply(Incoming& incoming);
     void Deliver();
     bool DeliverNext(const std::shared_ptr<XirStream>& stream);

@@ -208,8 +208,7 @@ void XirClient::RepeatSubscriptions(XirStream& stream) {
     const ProtobufCMethodDescriptor* subscribe =
         protobuf_c_service_descriptor_get_method_by_name(protocol.service, "subscribe");
     for (const auto& [messageId, packed] : repeated) {
-        const std::unique_ptr<ProtobufCMessage, FreeMessage> request(
-            protobuf_c_message_unpack(subscribe->input, nullptr, packed.size(), packed.data()));
+        const XirMessage request(protobuf_c_message_unpack(subscribe->input, nullptr, packed.size(), packed.data()));
         const auto method = static_cast<unsigned>(subscribe - protocol.service->methods);
         RepeatRequest(stream, MakeCall(method, request.get(), nullptr, nullptr), request.get());
     }

@@ -23,36 +23,31 @@ std::shared_ptr<XirStream> XirClient::OpenStream() const {
 
 XirClient::Incoming XirClient::Look(const XirByteQueue& queue) {
     Incoming incoming;
-    const auto bytes = queue.Bytes();
-    if (bytes.empty()) {
-        return incoming;
-    }
-    incoming.result =
-        protocol.deserialize(protocol.service, bytes.data(), bytes.size(), &incoming.header, &incoming.size);
-    if (incoming.result == XIR_COMMON_RPC_NEED_MORE && bytes.size() < kXirFrameSizeLimit) {
-        incoming.size = 0;
-        return incoming;
-    }
-    incoming.message.reset(incoming.header.message);
-    if (incoming.result == XIR_COMMON_RPC_NEED_MORE || incoming.result == XIR_COMMON_RPC_BROKEN || incoming.size == 0 ||
-        incoming.size > bytes.size()) {
-        incoming.kind = Incoming::Kind::Broken;
-    } else if (incoming.header.kind == XIR_COMMON_RPC_KIND_REPLY) {
-        incoming.kind = ClassifyReply(incoming);
-    } else {
-        incoming.kind = Incoming::Kind::Message;
-    }
+    incoming.frame = XirFirstFrame(protocol, queue.Bytes());
+    incoming.kind = Classify(incoming);
     return incoming;
+}
+
+XirClient::Incoming::Kind XirClient::Classify(Incoming& incoming) {
+    switch (incoming.frame.result) {
+        case XIR_COMMON_RPC_NEED_MORE:
+            return Incoming::Kind::None;
+        case XIR_COMMON_RPC_BROKEN:
+            return Incoming::Kind::Broken;
+        default:
+            return incoming.frame.header.kind == XIR_COMMON_RPC_KIND_REPLY ? ClassifyReply(incoming)
+                                                                           : Incoming::Kind::Message;
+    }
 }
 
 /// A reply of another method than the call's would hand the caller a message of another type than it expects.
 XirClient::Incoming::Kind XirClient::ClassifyReply(Incoming& incoming) {
     std::unique_lock lock(mutex);
-    const auto found = calls.find(incoming.header.request_id);
+    const auto found = calls.find(incoming.frame.header.request_id);
     if (found == calls.end()) {
         return Incoming::Kind::LateReply;
     }
-    if (found->second.method != incoming.header.method_index) {
+    if (found->second.method != incoming.frame.header.method_index) {
         return Incoming::Kind::Broken;
     }
     incoming.call = std::move(found->second);
@@ -78,7 +73,7 @@ bool XirClient::DeliverNext(const std::shared_ptr<XirStream>& stream) {
         GiveUp(*stream, role, -EPROTO, kBrokenFraming);
         return true;
     }
-    queue.Consume(incoming.size);
+    queue.Consume(incoming.frame.size);
     role.unlock();
     switch (incoming.kind) {
         case Incoming::Kind::None:
@@ -100,20 +95,22 @@ bool XirClient::DeliverNext(const std::shared_ptr<XirStream>& stream) {
 }
 
 void XirClient::HandleReply(const Incoming& incoming) {
-    if (incoming.result == XIR_COMMON_RPC_BAD_PAYLOAD) {
-        Report(-EBADMSG, "reply of method " + std::to_string(incoming.header.method_index) + " cannot be unpacked");
+    if (incoming.frame.result == XIR_COMMON_RPC_BAD_PAYLOAD) {
+        Report(-EBADMSG,
+               "reply of method " + std::to_string(incoming.frame.header.method_index) + " cannot be unpacked");
     }
-    Complete(incoming.call, incoming.message.get());
+    Complete(incoming.call, incoming.frame.message.get());
 }
 
 void XirClient::HandleMessage(const Incoming& incoming) {
-    if (incoming.result == XIR_COMMON_RPC_BAD_PAYLOAD) {
-        Report(-EBADMSG, "message of method " + std::to_string(incoming.header.method_index) + " cannot be unpacked");
+    if (incoming.frame.result == XIR_COMMON_RPC_BAD_PAYLOAD) {
+        Report(-EBADMSG,
+               "message of method " + std::to_string(incoming.frame.header.method_index) + " cannot be unpacked");
         return;
     }
     if (hooks.message != nullptr) {
         const auto scope = UserScope();
-        hooks.message(&facade, &incoming.header, hooks.context);
+        hooks.message(&facade, &incoming.frame.header, hooks.context);
     }
 }
 
@@ -154,21 +151,21 @@ void XirClient::ReadForWaiter(XirStream& stream, std::unique_lock<std::mutex>& r
                 }
                 return;
             case Incoming::Kind::LateReply:
-                stream.input.Consume(incoming.size);
+                stream.input.Consume(incoming.frame.size);
                 break;
             case Incoming::Kind::Reply:
-                stream.input.Consume(incoming.size);
+                stream.input.Consume(incoming.frame.size);
                 role.unlock();
                 HandleReply(incoming);
                 role.lock();
                 break;
             case Incoming::Kind::Message:
-                if (stream.deferred.Size() + incoming.size > kXirQueueLimit) {
+                if (stream.deferred.Size() + incoming.frame.size > kXirQueueLimit) {
                     GiveUp(stream, role, -ENOBUFS, "too many messages wait for the dispatch thread");
                     return;
                 }
-                stream.deferred.Append(stream.input.Bytes().first(incoming.size));
-                stream.input.Consume(incoming.size);
+                stream.deferred.Append(stream.input.Bytes().first(incoming.frame.size));
+                stream.input.Consume(incoming.frame.size);
                 break;
             case Incoming::Kind::Broken:
                 GiveUp(stream, role, -EPROTO, kBrokenFraming);

@@ -97,6 +97,22 @@ int32_t Serialize(const xir_common_rpc_header* header, ProtobufCBuffer* out) {
 
 }  // namespace
 
+XirFrame XirFirstFrame(const XirProtocol& protocol, std::span<const uint8_t> bytes) {
+    XirFrame frame;
+    if (bytes.empty()) {
+        return frame;
+    }
+    frame.result = protocol.deserialize(protocol.service, bytes.data(), bytes.size(), &frame.header, &frame.size);
+    if (frame.result == XIR_COMMON_RPC_NEED_MORE && bytes.size() < kXirFrameSizeLimit) {
+        return {};
+    }
+    frame.message.reset(frame.header.message);
+    if (frame.result == XIR_COMMON_RPC_NEED_MORE || frame.size == 0 || frame.size > bytes.size()) {
+        frame.result = XIR_COMMON_RPC_BROKEN;
+    }
+    return frame;
+}
+
 XirFrameBuffer::XirFrameBuffer() : sink{{Append}, &bytes} {
     bytes.reserve(kUsualFrame);
 }

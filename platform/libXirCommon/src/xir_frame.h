@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -26,6 +27,23 @@ struct XirProtocol {
     xir_common_rpc_serialize_fn serialize = nullptr;
     xir_common_rpc_deserialize_fn deserialize = nullptr;
 };
+
+struct XirFreeMessage {
+    void operator()(ProtobufCMessage* message) const { protobuf_c_message_free_unpacked(message, nullptr); }
+};
+/// An unpacked message.
+using XirMessage = std::unique_ptr<ProtobufCMessage, XirFreeMessage>;
+
+/// The first frame of some received bytes.
+struct XirFrame {
+    /// Of the deserialiser: NEED_MORE while the frame is not whole; BROKEN also for an answer that cannot be, as a
+    /// deserialiser that was replaced might give it.
+    int32_t result = XIR_COMMON_RPC_NEED_MORE;
+    size_t size = 0;  ///< in bytes, of a whole frame
+    xir_common_rpc_header header = {};
+    XirMessage message;  ///< header.message
+};
+XirFrame XirFirstFrame(const XirProtocol& protocol, std::span<const uint8_t> bytes);
 
 /// Collects what a serialiser appends.
 class XirFrameBuffer {

@@ -14,10 +14,6 @@ namespace {
 /// trying again at once would be a busy loop.
 constexpr unsigned kAcceptPauseMillis = 100;
 
-struct FreeMessage {
-    void operator()(ProtobufCMessage* message) const { protobuf_c_message_free_unpacked(message, nullptr); }
-};
-
 std::string NameOf(const XirAddress& peer, unsigned serial) {
     if (peer.any.sa_family != AF_INET) {
         return "local#" + std::to_string(serial);
@@ -219,27 +215,20 @@ void XirServer::OnPeer(const PeerPointer& peer, unsigned events) {
 }
 
 bool XirServer::ServeNext(const PeerPointer& peer) {
-    const auto bytes = peer->stream.input.Bytes();
-    xir_common_rpc_header header = {};
-    size_t size = 0;
-    const int32_t result = bytes.empty()
-                               ? XIR_COMMON_RPC_NEED_MORE
-                               : protocol.deserialize(protocol.service, bytes.data(), bytes.size(), &header, &size);
-    if (result == XIR_COMMON_RPC_NEED_MORE && bytes.size() < kXirFrameSizeLimit) {
+    const XirFrame frame = XirFirstFrame(protocol, peer->stream.input.Bytes());
+    const xir_common_rpc_header& header = frame.header;
+    if (frame.result == XIR_COMMON_RPC_NEED_MORE) {
         return false;
     }
-    const std::unique_ptr<ProtobufCMessage, FreeMessage> message(header.message);
-    const bool broken = result == XIR_COMMON_RPC_NEED_MORE || result == XIR_COMMON_RPC_BROKEN || size == 0 ||
-                        size > bytes.size() || header.kind != XIR_COMMON_RPC_KIND_REQUEST;
-    if (broken) {
+    if (frame.result == XIR_COMMON_RPC_BROKEN || header.kind != XIR_COMMON_RPC_KIND_REQUEST) {
         Drop(peer, -EPROTO, "it breaks the framing");
         return false;
     }
-    peer->stream.input.Consume(size);
-    if (result == XIR_COMMON_RPC_UNKNOWN_METHOD ||
-        (result == XIR_COMMON_RPC_COMPLETE && !HasHandler(header.method_index))) {
+    peer->stream.input.Consume(frame.size);
+    if (frame.result == XIR_COMMON_RPC_UNKNOWN_METHOD ||
+        (frame.result == XIR_COMMON_RPC_COMPLETE && !HasHandler(header.method_index))) {
         Refuse(*peer, header, XIR_COMMON_RPC_STATUS_UNKNOWN_METHOD);
-    } else if (result == XIR_COMMON_RPC_BAD_PAYLOAD) {
+    } else if (frame.result == XIR_COMMON_RPC_BAD_PAYLOAD) {
         Refuse(*peer, header, XIR_COMMON_RPC_STATUS_BAD_REQUEST);
     } else if (peer->openRequests.load(std::memory_order_relaxed) >= kXirOpenRequestLimit) {
         Drop(peer, -ENOBUFS, "too many of its requests wait for an answer");
