@@ -157,8 +157,8 @@ struct TEcallVersion {
 using XirEcallappStateCallback = int (*)(const TEcallappState* state);
 
 /// Starts the dispatch thread, waits without limit for the connection, checks the peer's name and version.
-/// *proxy is written on success; null when the client or the version check failed; unchanged, with result 0, when the
-/// thread could not be made.
+/// connection: never null, nor its texts. *proxy is written on success; null when the client or the version check
+/// failed; unchanged, with result 0, when the thread could not be made.
 int32_t XirEcallapp_createProxy(IEcallAppPubProxy** proxy, const XirConnection* connection);
 /// Ends the thread and the connection. Null is ignored.
 void XirEcallapp_releaseProxy(IEcallAppPubProxy* proxy);

@@ -16,7 +16,7 @@
 
 constexpr std::size_t kXirRpcMaxUrls = 3;
 
-/// The URLs to serve on; borrowed for the server's life.
+/// The URLs to serve on, none of them null; borrowed for the server's life.
 struct XirRpcUrlList {
     std::size_t count;
     const char* const* urls;

@@ -18,7 +18,7 @@ enum XirRpcStatus : int32_t {
     kXirRpcNoCallback = 1       ///< deregistration without a callback: nothing done
 };
 
-/// Whom to connect to and as whom; the texts are borrowed for the proxy's life.
+/// Whom to connect to and as whom; the texts are never null, and borrowed for the proxy's life.
 struct XirConnection {
     const char* clientName;
     const char* srvcUrl;

@@ -11,7 +11,7 @@ struct XirRpcAddress {
     const char* text;  ///< points into the URL: what follows the scheme, at least one character, unchecked
 };
 
-/// Nothing when the text has another scheme (capitals are another scheme), or ends with it.
+/// Nothing when the text has another scheme (capitals are another scheme), or ends with it. url: never null.
 std::optional<XirRpcAddress> XirRpcParseUrl(const char* url);
 
 #endif
