@@ -1,7 +1,9 @@
 // The writes that program the LED, in their order, and what is said when one fails.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "GpioTest.h"
 
@@ -9,8 +11,10 @@ using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
 
 namespace {
 
@@ -26,7 +30,7 @@ TEST(EcallUIGpioLed, SteadyPatternUsesOneConfiguration) {
     EXPECT_THAT(performed.results, ElementsAre("SetGpioEcallLed 500 100 7 0 = 0"));
     EXPECT_THAT(LedWrites(module), ElementsAre("enable = 0", "cfg = 1", "cfg1_period = 500000000",
                                                "cfg1_duty = 499999999", "toggle = 0", "enable = 1"));
-    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), Each("read-write sync"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), AllOf(SizeIs(6), Each("read-write sync")));
     EXPECT_THAT(performed.messages,
                 ElementsAre("SetGpioEcallLed - Enter : PeriodMs=500, Brightness1PerCent=100, Brightness2PerCent=7, "
                             "Blicking12PeriodInMs=0",
@@ -43,6 +47,7 @@ TEST(EcallUIGpioLed, BlinkingPatternTogglesBetweenTwoConfigurations) {
     EXPECT_THAT(LedWrites(module), ElementsAre("enable = 0", "cfg = 1", "cfg1_period = 10000000", "cfg1_duty = 9000000",
                                                "cfg2_period = 10000000", "cfg2_duty = 1", "toggle_time = 1000",
                                                "toggle = 1", "enable = 1"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), AllOf(SizeIs(9), Each("read-write sync")));
     EXPECT_THAT(performed.messages,
                 ElementsAre("SetGpioEcallLed - Enter : PeriodMs=10, Brightness1PerCent=90, Brightness2PerCent=0, "
                             "Blicking12PeriodInMs=1000",
@@ -69,10 +74,44 @@ TEST(EcallUIGpioLed, OutputIsSwitchedWithoutTouchingThePattern) {
     EXPECT_THAT(performed.results, ElementsAre("SetGpioEnableEcallLed 1 = 0", "SetGpioEnableEcallLed 0 = 0",
                                                "SetGpioEnableEcallLed 7 = 0"));
     EXPECT_THAT(LedWrites(module), ElementsAre("enable = 1", "enable = 0", "enable = 1"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), AllOf(SizeIs(3), Each("read-write sync")));
     EXPECT_THAT(performed.messages,
                 ElementsAre("SetGpioEnableEcallLed - Enter : enable=1", "SetGpioEnableEcallLed - exit",
                             "SetGpioEnableEcallLed - Enter : enable=0", "SetGpioEnableEcallLed - exit",
                             "SetGpioEnableEcallLed - Enter : enable=7", "SetGpioEnableEcallLed - exit"));
+}
+
+TEST(EcallUIGpioLed, PathsOfALongDeviceHaveRoom) {
+    // The longest path that a device can keep; those of its attributes are longer.
+    Module module({.devices = {.led = "/sys/devices/vantu_pwm_led." + std::string(100, 'k')}});
+
+    const Performed performed = Perform(module, {"SetGpioEcallLed 10 90 0 1000", "SetGpioEnableEcallLed 0"});
+
+    EXPECT_THAT(performed.results, ElementsAre("SetGpioEcallLed 10 90 0 1000 = 0", "SetGpioEnableEcallLed 0 = 0"));
+    EXPECT_THAT(LedWrites(module), AllOf(SizeIs(10), Contains("toggle_time = 1000")));
+}
+
+TEST(EcallUIGpioLed, OnlyFailuresReachTheSystemLog) {
+    Module module;
+    module.attributes.AddFault(module.Led("enable"), Use::Open, Fault::Error(EACCES).FromThe(4));
+
+    Perform(module, {"SetGpioEcallLed 10 90 0 1000", "SetGpioEnableEcallLed 1", "SetGpioEnableEcallLed 0"});
+
+    module.journal.Await(IsInSyslog("Unable to open"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open pwm led enable file"));
+}
+
+TEST(EcallUIGpioLed, NothingStaysOpen) {
+    Module module;
+    module.attributes.AddFault(module.Led("enable"), Use::Open, Fault::Error(EACCES).Once());
+    module.attributes.AddFault(module.Led("cfg2_duty"), Use::Write, Fault::AtMost(0).Once());
+
+    // The first message makes the C library open the system log, which then stays open.
+    const Performed performed =
+        Perform(module, {"SetGpioEnableEcallLed 1", "descriptors", "SetGpioEcallLed 10 9 0 1000",
+                         "SetGpioEcallLed 10 9 0 1000", "SetGpioEnableEcallLed 0", "descriptors"});
+
+    EXPECT_EQ(performed.results.at(1), performed.results.back());
 }
 
 TEST(EcallUIGpioLed, LedThatIsNotUsedIsLeftAlone) {
@@ -110,6 +149,10 @@ constexpr char kSteady[] = "SetGpioEcallLed 10 25 0 0";
 constexpr char kBlinking[] = "SetGpioEcallLed 10 25 50 300";
 const Texts kUpToDuty1 = {"enable = 0", "cfg = 1", "cfg1_period = 10000000", "cfg1_duty = 2500000"};
 
+/// Each duty is told once its configuration has taken the period.
+constexpr std::pair<const char*, const char*> kDutyFollows[] = {{"Brightness1PerCent = ", "cfg1_period = 10000000"},
+                                                                {"Brightness2PerCent = ", "cfg2_period = 10000000"}};
+
 Texts Plus(Texts texts, const Texts& more) {
     texts.insert(texts.end(), more.begin(), more.end());
     return texts;
@@ -136,6 +179,11 @@ TEST_P(EcallUIGpioLedFailure, IsSaidAndEndsTheSequence) {
         expected.push_back(LedWrites(module).back());  // the one that was tried
     }
     EXPECT_EQ(expected, LedWrites(module));
+    for (const auto& [duty, step] : kDutyFollows) {
+        EXPECT_EQ(std::ranges::count(failure.writesBefore, step),
+                  std::ranges::count_if(performed.messages, [&](const auto& said) { return said.starts_with(duty); }))
+            << duty;
+    }
 }
 
 #define LED "/sys/devices/vantu_pwm_led.1/"
@@ -238,15 +286,30 @@ INSTANTIATE_TEST_SUITE_P(
                 {}}),
     [](const auto& tested) { return tested.param.name; });
 
-TEST(EcallUIGpioLed, ValueOfWhichOnlyAPartIsTakenEndsTheSequence) {
+TEST(EcallUIGpioLed, ValueThatIsTakenInPartOrRefusedEndsTheSequence) {
+    for (const Fault& fault : {Fault::AtMost(7), Fault::Error(EIO)}) {
+        Module module;
+        module.attributes.AddFault(module.Led("cfg1_period"), Use::Write, fault);
+
+        const Performed performed = Perform(module, {kSteady});
+
+        EXPECT_THAT(performed.results, ElementsAre(std::string(kSteady) + " = 1"));
+        EXPECT_THAT(performed.messages,
+                    Contains("Unable to write pwm led " LED "cfg1_period file : value = 10000000 in "));
+        EXPECT_THAT(module.journal.All(IsOpened(module.Led("cfg1_duty"))), IsEmpty());
+    }
+}
+
+TEST(EcallUIGpioLed, PatternAfterAFailureStartsFromItsFirstStep) {
     Module module;
-    module.attributes.AddFault(module.Led("cfg1_period"), Use::Write, Fault::AtMost(7));
+    module.attributes.AddFault(module.Led("toggle_time"), Use::Write, Fault::AtMost(0).Once());
 
-    const Performed performed = Perform(module, {kSteady});
+    const Performed performed = Perform(module, {kBlinking, kSteady});
 
-    EXPECT_THAT(performed.results, ElementsAre(std::string(kSteady) + " = 1"));
-    EXPECT_THAT(performed.messages, Contains("Unable to write pwm led " LED "cfg1_period file : value = 10000000 in "));
-    EXPECT_THAT(module.journal.All(IsOpened(module.Led("cfg1_duty"))), IsEmpty());
+    EXPECT_THAT(performed.results, ElementsAre(std::string(kBlinking) + " = 1", std::string(kSteady) + " = 0"));
+    const Texts writes = LedWrites(module);
+    EXPECT_THAT(Texts(writes.end() - 6, writes.end()),
+                ElementsAreArray(Plus(kUpToDuty1, {"toggle = 0", "enable = 1"})));
 }
 
 TEST(EcallUIGpioLed, DeviceThatIsMissingHasAnEmptyPathInItsMessage) {
