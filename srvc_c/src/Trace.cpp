@@ -144,7 +144,7 @@ void SaveTraceLogInfo(std::string_view line) {
     std::array<char, kStampRoom + kTraceLineSize> record;
     // The line is copied before the clock is read: the report of a failing clock goes through the same line buffer.
     char* const lineStart = record.data() + kStampRoom;
-    const char* const lineEnd = lineStart + line.copy(lineStart, kTraceLineSize - 1);
+    const std::size_t lineLength = line.copy(lineStart, kTraceLineSize - 1);
     const std::string_view stamp = TraceLineStamp();
     char* const start = lineStart - stamp.size() - 1;
     stamp.copy(start, stamp.size());
@@ -154,7 +154,7 @@ void SaveTraceLogInfo(std::string_view line) {
     if (!file.IsOpen()) {
         return;
     }
-    WriteToFile(file, start, static_cast<std::size_t>(lineEnd - start));
+    WritePiecesToFile(file, start, std::array{stamp.size(), std::size_t{1}, lineLength});
     // The size is asked for even if nothing could be written: rotation is what frees space on a full disk.
     const off_t size = lseek(file.get(), 0, SEEK_END);
     file.Close();

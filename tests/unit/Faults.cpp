@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -71,6 +72,11 @@ std::optional<ActiveFault> Meet(const char* function, const Subject& subject = {
     return active;
 }
 
+/// How much of the call's bytes the plan lets through.
+size_t Part(size_t length, const CallFailures& plan) {
+    return std::min(length, static_cast<size_t>(plan.bytes));
+}
+
 bool IsActive() {
     const std::lock_guard guard(faultLock);
     return active.has_value();
@@ -132,7 +138,7 @@ ssize_t __wrap_read(int descriptor, void* bytes, size_t length) {
         return __real_read(descriptor, bytes, length);
     }
     errno = fault->error;
-    return fault->plan.bytes < 0 ? -1 : __real_read(descriptor, bytes, static_cast<size_t>(fault->plan.bytes));
+    return fault->plan.bytes < 0 ? -1 : __real_read(descriptor, bytes, Part(length, fault->plan));
 }
 
 ssize_t __wrap_write(int descriptor, const void* bytes, size_t length) {
@@ -141,7 +147,7 @@ ssize_t __wrap_write(int descriptor, const void* bytes, size_t length) {
         return __real_write(descriptor, bytes, length);
     }
     errno = fault->error;
-    return fault->plan.bytes < 0 ? -1 : __real_write(descriptor, bytes, static_cast<size_t>(fault->plan.bytes));
+    return fault->plan.bytes < 0 ? -1 : __real_write(descriptor, bytes, Part(length, fault->plan));
 }
 
 off_t __wrap_lseek(int descriptor, off_t offset, int whence) {

@@ -15,7 +15,7 @@ struct CallFailures {
     const void* exceptObject = {};  ///< no call on this mutex
     int passing = 0;                ///< so many matching calls still work
     int failing = INT_MAX;          ///< so many then fail, the later ones work again
-    long bytes = -1;                ///< a write or read moves so many bytes instead of failing
+    long bytes = -1;                ///< a write or read moves so many bytes at most instead of failing
 };
 
 /// While it lives, matching calls of the function fail with the error. One at a time.

@@ -228,18 +228,57 @@ TEST_F(TraceFiles, AShortWriteIsContinued) {
     EXPECT_EQ("Nov 14 22:13:20.500 line\n", logged.file);
 }
 
-TEST_F(TraceFiles, AWriteIsGivenUpAfterTwentyAttempts) {
-    int writes = 0;
+TEST_F(TraceFiles, StampBlankAndLineAreEachGivenUpAfterTwentyAttempts) {
+    const FixedClock clock(kSomeDay, 5000000);
+    const struct {
+        int failing;
+        const char* file;
+        int writes;
+    } rows[] = {
+        {19, "Nov 14 22:13:20.500 line\n", 20},
+        {20, " line\n", 21},
+        {39, " line\n", 40},
+        {40, "line\n", 41},
+        {59, "line\n", 60},
+        {60, "", 60},
+    };
+    for (const auto& row : rows) {
+        int writes = 0;
 
-    const Logged logged = LogOf([&] {
-        const CallFault fault("write", ENOSPC, {.path = kTraceFile});
-        SaveLine("lost\n");
-        writes = fault.Calls();
+        const Logged logged = LogOf([&] {
+            const CallFault fault("write", ENOSPC, {.path = kTraceFile, .failing = row.failing});
+            SaveLine("line\n");
+            writes = fault.Calls();
+        });
+
+        EXPECT_EQ(row.file, logged.file) << row.failing;
+        EXPECT_EQ(row.writes, writes) << row.failing;
+        EXPECT_EQ("", logged.console) << row.failing;
+        EXPECT_THAT(logged.system, IsEmpty()) << row.failing;
+    }
+}
+
+TEST_F(TraceFiles, ByteWiseTheStampFitsIntoItsAttemptsAndTheLineIsCutAtItsOwnTwenty) {
+    const FixedClock clock(kSomeDay, 5000000);
+
+    const Logged logged = LogOf([] {
+        const CallFault fault("write", 0, {.path = kTraceFile, .bytes = 1});
+        SaveLine("a line of twenty-five bytes");
     });
 
-    EXPECT_EQ(20, writes);
-    EXPECT_EQ("", logged.console + logged.file);
-    EXPECT_THAT(logged.system, IsEmpty());
+    EXPECT_EQ("Nov 14 22:13:20.500 a line of twenty-fiv", logged.file);
+}
+
+TEST_F(TraceFiles, EachLineOpensWritesMeasuresAndClosesTheFileOnce) {
+    SaveLine("makes the folder\n");
+    for (const char* call : {"open", "write", "lseek", "close"}) {
+        const CallFault count(call, 0, {.path = kTraceFile, .passing = INT_MAX});
+
+        SaveLine("line\n");
+        SaveLine("line\n");
+
+        EXPECT_EQ(2, count.Calls()) << call;
+    }
 }
 
 TEST_F(TraceFiles, AFileOfExactlyTheLimitIsNotPutAside) {
