@@ -1,9 +1,6 @@
 #include "EcallUIAppConnect.h"
 
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
@@ -89,18 +86,6 @@ void AlignMicrophone() {
     WriteAudioConfiguration(source);
 }
 
-/// On the console this line has a line end of its own before the usual one; the trace file has just the one.
-void LogClosingPull() {
-    if (GetMutex(&TraceMutex)) {
-        TraceToConsole("XirEcallapp_requestState \n");
-        TraceToFile("%20s (%4d) : XirEcallapp_requestState \n", __FILE_NAME__, __LINE__);
-        ReleaseMutex(&TraceMutex);
-    } else {
-        TraceToSystemLog("ERROR Getting the mutex");
-        TraceToSystemLog("XirEcallapp_requestState ");
-    }
-}
-
 }  // namespace
 
 void ConnectEcallService() {
@@ -115,7 +100,8 @@ void ConnectEcallService() {
 
 void PullEcallStateOnceMore() {
     if (pProxyEcallapp != nullptr) {
-        LogClosingPull();
+        // On the console this line has a line end of its own before the usual one.
+        EcallUITraceEnded("\n", "", "XirEcallapp_requestState ");
         PullEcallState();
     }
 }

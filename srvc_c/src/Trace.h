@@ -16,19 +16,19 @@ extern XirMutex TraceMutex;
 
 /// A message, information form: console and trace file; only without the mutex the system log instead.
 /// The arguments are evaluated once for each output, and each time with the errno of the call.
-#define EcallUITrace(format, ...) EcallUITraceEnded("", format __VA_OPT__(, ) __VA_ARGS__)
+#define EcallUITrace(format, ...) EcallUITraceEnded("", "", format __VA_OPT__(, ) __VA_ARGS__)
 /// A message about a failure, error form: console and system log in any case, the trace file when the mutex can be
 /// taken.
 #define EcallUITraceError(format, ...) EcallUITraceErrorEnded("", format __VA_OPT__(, ) __VA_ARGS__)
 /// The same two forms for the few messages whose copy in the system log ends in a line feed.
-#define EcallUITraceLf(format, ...) EcallUITraceEnded("\n", format __VA_OPT__(, ) __VA_ARGS__)
+#define EcallUITraceLf(format, ...) EcallUITraceEnded("", "\n", format __VA_OPT__(, ) __VA_ARGS__)
 #define EcallUITraceErrorLf(format, ...) EcallUITraceErrorEnded("\n", format __VA_OPT__(, ) __VA_ARGS__)
 
-/// systemLogEnd: a literal that follows the message in the system log only.
-#define EcallUITraceEnded(systemLogEnd, format, ...)                                                      \
+/// consoleEnd, systemLogEnd: literals that follow the message there only.
+#define EcallUITraceEnded(consoleEnd, systemLogEnd, format, ...)                                          \
     do {                                                                                                  \
         if (GetMutex(&TraceMutex)) {                                                                      \
-            TraceToConsole(format __VA_OPT__(, ) __VA_ARGS__);                                            \
+            TraceToConsole(format consoleEnd __VA_OPT__(, ) __VA_ARGS__);                                 \
             TraceToFile("%20s (%4d) : " format "\n", __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
             ReleaseMutex(&TraceMutex);                                                                    \
         } else {                                                                                          \
