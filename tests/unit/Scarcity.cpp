@@ -6,13 +6,20 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <new>
 
 namespace {
 
 thread_local bool memoryIsOut = false;
+std::atomic<int> blocksLeft{INT_MAX};
+
+bool TakeBlock() {
+    return blocksLeft.fetch_sub(1) > 0;
+}
 
 }  // namespace
 
@@ -33,6 +40,32 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
+}
+
+NoRecordMemory::NoRecordMemory(int blocks) {
+    blocksLeft = blocks;
+}
+
+NoRecordMemory::~NoRecordMemory() {
+    blocksLeft = INT_MAX;
+}
+
+// Put in front of the allocator by the linker's --wrap.
+extern "C" {
+int32_t __real_xir_allocate(void** pointer, size_t size);
+void* __real_xir_allocate_and_attach(void* block, size_t size);
+
+int32_t __wrap_xir_allocate(void** pointer, size_t size) {
+    if (TakeBlock()) {
+        return __real_xir_allocate(pointer, size);
+    }
+    *pointer = nullptr;
+    return -1;
+}
+
+void* __wrap_xir_allocate_and_attach(void* block, size_t size) {
+    return TakeBlock() ? __real_xir_allocate_and_attach(block, size) : nullptr;
+}
 }
 
 void ForbidNewThreads() {

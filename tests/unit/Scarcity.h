@@ -11,6 +11,15 @@ class NoMemory {
     ~NoMemory();
 };
 
+/// While it lives, the library's reference-counted allocator, on any thread, gives so many blocks and then no more.
+class NoRecordMemory {
+  public:
+    explicit NoRecordMemory(int blocks);
+    NoRecordMemory(const NoRecordMemory&) = delete;
+    NoRecordMemory& operator=(const NoRecordMemory&) = delete;
+    ~NoRecordMemory();
+};
+
 /// From now on, and for good, this thread can start no other (EAGAIN).
 void ForbidNewThreads();
 

@@ -120,6 +120,7 @@ Ended EndOf(const std::function<void()>& run) {
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     Ended ended{WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+                WIFEXITED(status) ? WEXITSTATUS(status) : 0,
                 ReadFromStart(errors),
                 {ReadFromStart(output), SystemLog(), ReadFile(kTraceFile).value_or("")}};
     close(output);

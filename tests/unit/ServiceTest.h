@@ -31,6 +31,7 @@ Logged LogOf(const std::function<void()>& run);
 /// How a process ended that ran this.
 struct Ended {
     int signal = 0;  ///< 0: it came to its end
+    int status = 0;  ///< and then its exit status
     std::string errors;
     Logged logged;
 };
