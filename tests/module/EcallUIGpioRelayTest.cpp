@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <fstream>
+#include <iterator>
 
 #include "GpioTest.h"
 
@@ -12,6 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -33,6 +36,13 @@ Texts RelayWrites(Module& module) {
 Texts ScriptRuns(Module& module) {
     return module.journal.Texts({.kind = Kind::Script, .subject = kScriptName});
 }
+
+Texts TimerUses(Module& module) {
+    return module.journal.Texts(
+        {.kind = Kind::Stderr, .also = [](const Entry& entry) { return entry.text.starts_with("timer "); }});
+}
+constexpr char kArmed[] = "timer set: in 5000 ms, then every 0 ms";
+constexpr char kDisarmed[] = "timer set: in 0 ms, then every 0 ms";
 
 // ---- The relay and its timer ----
 
@@ -61,6 +71,7 @@ TEST(EcallUIGpioRelay, RelayIsSwitchedOffFiveSecondsLater) {
     const Entry off = module.journal.Await(IsWritten(line::kRelay, "0"));
     EXPECT_GE(off.time - asked.time, kSwitchOffDelay - 100ms);  // the trace is read a moment after it was written
     module.journal.Await(IsTraced("GpioWrite - Exit"), off.seq);
+    EXPECT_THAT(TimerUses(module), ElementsAre("timer made: monotonic clock, thread, value 0", kDisarmed, kArmed));
     EXPECT_THAT(
         HardwareMessages(module),
         ElementsAre("ControlAudioRelay (SetRelayOn=1) - Enter", "TimerAudioRelay (activateTimer=0) - Enter",
@@ -124,9 +135,10 @@ TEST(EcallUIGpioRelay, RelayThatIsNotUsedIsNotTouchedButTheScriptRuns) {
     Module module;
     UseScriptOnly(module);
 
-    const Performed performed = Perform(module, {"ControlAudioRelay 1", "TimerAudioRelay 1"});
+    const Performed performed = Perform(module, {"ControlAudioRelay 1", "TimerAudioRelay 1", "sleep 5500"});
 
     EXPECT_THAT(ScriptRuns(module), ElementsAre("begin start", "end 0"));
+    EXPECT_THAT(TimerUses(module), IsEmpty());
     EXPECT_THAT(module.journal.All(IsOpened(line::kRelay)), IsEmpty());
     EXPECT_THAT(performed.messages,
                 ElementsAre("ControlAudioRelay (SetRelayOn=1) - Enter",
@@ -151,7 +163,37 @@ TEST(EcallUIGpioRelay, WithoutATimerTheRelayIsSwitchedOn) {
                             "GpioWrite - Enter : GpioId = 6, value = 1 ",
                             "/sys/class/ecall_gpio/lte-ecall-relay/value : set to value = 1",
                             "GpioWrite - Exit : ret = 0", "ControlAudioRelay - Exit"));
-    module.journal.Await(IsInSyslog("Cannot create Relay timer error = Resource temporarily unavailable ==> activate"));
+    EXPECT_EQ("Cannot create Relay timer error = Resource temporarily unavailable ==> activate the relay by default",
+              module.journal.Await(IsInSyslog("Cannot create")).text);
+}
+
+TEST(EcallUIGpioRelay, WithoutATimerTheSwitchOnEndsToo) {
+    Module module;
+    UseAnalogMicrophone(module);
+
+    const Performed performed = Perform(module, {"fail timer_create " + std::to_string(ENOMEM), "ControlAudioRelay 1"});
+
+    EXPECT_THAT(RelayWrites(module), ElementsAre("1", "1"));
+    EXPECT_EQ("ControlAudioRelay - Exit", performed.messages.back());
+}
+
+TEST(EcallUIGpioRelay, WithoutATimerTheScriptStillRunsOnceAsAskedFor) {
+    Module module;
+
+    Perform(module, {"fail timer_create " + std::to_string(EAGAIN), "ControlAudioRelay 0"});
+
+    EXPECT_THAT(ScriptRuns(module), ElementsAre("begin stop", "end 0"));
+    EXPECT_THAT(RelayWrites(module), ElementsAre("1"));
+}
+
+TEST(EcallUIGpioRelay, OnlyFailuresReachTheSystemLog) {
+    Module module;
+
+    Perform(module, {"ControlAudioRelay 1", "ControlAudioRelay 0", "sleep 5500", "GpioRead 77"});
+
+    module.journal.Await(IsTraced("RelayTimer_callback"));
+    module.journal.Await(IsInSyslog("Unable to open 77 pin value file"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open 77 pin value file\n"));
 }
 
 TEST(EcallUIGpioRelay, TimerIsTriedAgainAfterAFailure) {
@@ -187,6 +229,54 @@ TEST(EcallUIGpioRelay, SwitchOffStopsTheAudio) {
     Perform(module, {"ControlAudioRelay 0"});
 
     EXPECT_THAT(ScriptRuns(module), ElementsAre("begin stop", "end 0"));
+}
+
+TEST(EcallUIGpioRelay, OtherMicrophonesNeedNoScript) {
+    for (const char* const source : {"-1", "0", "2"}) {
+        Module module;
+        Configure(module, {{"EcallMicrophoneSource", source}});
+
+        const Performed performed = Perform(module, {"ControlAudioRelay 1"});
+
+        EXPECT_THAT(RelayWrites(module), ElementsAre("1"));
+        EXPECT_THAT(ScriptRuns(module), IsEmpty());
+        EXPECT_THAT(performed.messages, Not(Contains(HasSubstr("script"))));
+    }
+}
+
+TEST(EcallUIGpioRelay, ScriptIsStartedByItsPlainName) {
+    Module module;
+    UseScriptOnly(module);
+    // A shell in its place complains under its own name that it cannot find a script "start".
+    std::ifstream shell("/bin/sh", std::ios::binary);
+    module.root.WriteFile(file::kAudioScript, std::string(std::istreambuf_iterator<char>(shell), {}), 0755);
+
+    Perform(module, {"ControlAudioRelay 1"});
+
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Stderr)),
+                Contains(AllOf(StartsWith(std::string(kScriptName) + ": "), HasSubstr("start"))));
+}
+
+TEST(EcallUIGpioRelay, AnyChildThatHasEndedIsTakenForTheScript) {
+    Module module;
+    UseScriptOnly(module);
+    module.SetScript(file::kAudioScript, {.duration = 300ms});
+
+    const Performed performed = Perform(module, {"leave-child 7", "ControlAudioRelay 1"});
+
+    EXPECT_THAT(performed.messages, AllOf(Contains("Child process exited with status 1792"),
+                                          Not(Contains("Child process exited with status 0"))));
+}
+
+TEST(EcallUIGpioRelay, ChildWithoutAScriptRunsNoExitHandlers) {
+    Module module;
+    UseScriptOnly(module);
+    module.RemoveScript(file::kAudioScript);
+
+    Perform(module, {"at-exit", "ControlAudioRelay 1"});
+
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Stderr)),
+                ElementsAre("at-exit = done", "ControlAudioRelay 1 = done"));
 }
 
 TEST(EcallUIGpioRelay, StatusOfTheScriptIsShownAsTheKernelGivesIt) {

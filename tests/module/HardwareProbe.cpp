@@ -3,7 +3,7 @@
 //
 // The linker's --wrap puts the functions below in front of some calls that the service's units make. After "fail
 // FUNCTION ERRNO" every call of that function fails, and 0 heals it; recvmsg and an interrupted select fail once, as
-// they would for the service's loop. Each sleep is told as "slept 100 ms".
+// they would for the service's loop. Each sleep is told as "slept 100 ms", each timer as it is made and set.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/select.h>
@@ -116,11 +116,25 @@ int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* other, timeval* li
 }
 int __real_timer_create(clockid_t clock, sigevent* event, timer_t* timer);
 int __wrap_timer_create(clockid_t clock, sigevent* event, timer_t* timer) {
-    return TimerCall.Fails() ? -1 : __real_timer_create(clock, event, timer);
+    if (TimerCall.Fails()) {
+        return -1;
+    }
+    fprintf(stderr, "timer made: %s clock, %s, value %d\n", clock == CLOCK_MONOTONIC ? "monotonic" : "another",
+            event->sigev_notify == SIGEV_THREAD ? "thread" : "no thread", event->sigev_value.sival_int);
+    return __real_timer_create(clock, event, timer);
+}
+long long Milliseconds(const timespec& time) {
+    return static_cast<long long>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
+}
+int __real_timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old);
+int __wrap_timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) {
+    fprintf(stderr, "timer set: %s %lld ms, then every %lld ms\n", flags == 0 ? "in" : "at",
+            Milliseconds(value->it_value), Milliseconds(value->it_interval));
+    return __real_timer_settime(timer, flags, value, old);
 }
 int __real_nanosleep(const timespec* duration, timespec* left);
 int __wrap_nanosleep(const timespec* duration, timespec* left) {
-    fprintf(stderr, "slept %lld ms\n", static_cast<long long>(duration->tv_sec) * 1000 + duration->tv_nsec / 1000000);
+    fprintf(stderr, "slept %lld ms\n", Milliseconds(*duration));
     return __real_nanosleep(duration, left);
 }
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument);
@@ -212,6 +226,16 @@ void BlockSignals() {
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
 }
 
+/// A child that has ended, and that nobody has waited for yet.
+void LeaveChild(uint32_t exitStatus) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(static_cast<int>(exitStatus));
+    }
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
+}
+
 std::string Perform(const std::string& line);
 
 /// Performs one operation on several threads at once.
@@ -281,6 +305,8 @@ const std::map<std::string, Operation>& Operations() {
              WrappedCalls.at(w[2])->error = static_cast<int>(Number(w[3]));
          })},
         {"background", done([](const Words& w) { LogInBackground(Number(w[1])); })},
+        {"leave-child", done([](const Words& w) { LeaveChild(Number(w[1])); })},
+        {"at-exit", done([](const Words&) { atexit([] { fputs("exit handler has run\n", stderr); }); })},
         {"block-signals", done([](const Words&) { BlockSignals(); })},
         // Standard output goes nowhere.
         {"quiet", done([](const Words&) { dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO); })},
