@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -20,6 +21,7 @@
 #include "RawPeer.h"
 #include "Scarcity.h"
 #include "ServerPeer.h"
+#include "XirRpcClient.h"
 
 using std::chrono::seconds;
 using std::chrono::steady_clock;
@@ -419,6 +421,42 @@ TEST_F(XirEcallapp, ARecordComesAlsoWithABadResponsecode) {
     version->release(version);
 }
 
+/// What a get operation without memory answers when it leaves its out argument alone.
+template <typename Record>
+int32_t GetScarce(int32_t (*get)(IEcallAppPubProxy*, XirRecord<Record>**), IEcallAppPubProxy* proxy) {
+    XirRecord<Record> untouched{};
+    XirRecord<Record>* record = &untouched;
+    const int32_t status = get(proxy, &record);
+    EXPECT_EQ(&untouched, record);
+    return status;
+}
+
+TEST_F(XirEcallapp, ARecordForWhichThereIsNoMemoryIsMissingWhole) {
+    peer.Answer(15, ProtoBytes().Number(1, 0).Number(2, 2).bytes);
+    peer.Answer(
+        16, ProtoBytes()
+                .Number(1, 0)
+                .Message(2, ProtoBytes().Number(1, 1).Number(2, 1).Text(3, "1").Text(4, "2").Number(5, 2).Number(6, 3))
+                .bytes);
+    const auto getMode = [this] { return GetScarce<TEcallOperatingMode>(XirEcallapp_getOperatingMode, proxy); };
+    const auto getSim = [this] { return GetScarce<TEcallSimInfo>(XirEcallapp_getSimInfo, proxy); };
+
+    {
+        const NoRecordMemory scarcity(0);
+        EXPECT_EQ(-11, getMode());
+    }
+    for (const int blocks : {0, 1, 2}) {  // the record, its first text, its second
+        const NoRecordMemory scarcity(blocks);
+        EXPECT_EQ(-11, getSim()) << blocks;
+    }
+
+    XirRecord<TEcallSimInfo>* info = nullptr;
+    const NoRecordMemory enough(3);
+    EXPECT_EQ(0, XirEcallapp_getSimInfo(proxy, &info));
+    EXPECT_STREQ("2", info->ecallReconfigureNumber);
+    info->release(info);
+}
+
 // --- Statuses ---
 
 TEST(XirEcallappNoProxy, EveryOperationAnswersNotConnected) {
@@ -559,17 +597,32 @@ TEST_F(XirEcallappRaw, CallsOfDifferentMethodsAreUnderWayAtOnceAndMayBeAnsweredI
 
 // --- The proxy's life ---
 
-TEST_F(XirEcallapp, CreationSaysWhatItDoes) {
-    Client another;
+TEST(XirEcallappCreate, SaysWhatItDoes) {
+    RawPeer peer;
+    const std::string url = peer.Url();
+    Client client;
     CaptureStdout();
-    ASSERT_EQ(0, another.Connect(url));
-    const std::string text = GetCapturedStdout();
+    auto creation = std::async(std::launch::async, [&] { return client.Connect(url); });
+    peer.Accept();
+    peer.Serve(kGoodVersion);
+    ASSERT_EQ(0, creation.get());
+    XirEcallapp_releaseProxy(std::exchange(client.proxy, nullptr));
+    std::string text = GetCapturedStdout();
 
-    EXPECT_THAT(text, HasSubstr("XirEcallapp_createProxy - dispatchThread started "));
-    EXPECT_THAT(text, HasSubstr("Connecting... (srvcUrl=" + url + ")\n"));
-    EXPECT_THAT(text, HasSubstr("connectionStatusCbFn - OPENED"));
-    EXPECT_THAT(text, HasSubstr("Connected. (srvcUrl=" + url + ")\n"));
-    EXPECT_LT(text.find("Connecting"), text.find("Connected"));
+    // Where the dispatch thread's line stands among those of the creator is open.
+    const std::string opened = "connectionStatusCbFn - OPENED";
+    ASSERT_THAT(text, HasSubstr(opened));
+    text.erase(text.find(opened), opened.size());
+    EXPECT_THAT(text, testing::StartsWith("XirEcallapp_createProxy - dispatchThread started Connecting... (srvcUrl=" +
+                                          url + ")\nConnected. (srvcUrl=" + url + ")\nreleaseIEcallAppPubProxy (0x"));
+}
+
+TEST_F(XirEcallapp, TheRecordBeginsWithInterfaceMajorVersionAndNumberOfNotifications) {
+    const auto& header = reinterpret_cast<const XirRpcProxy*>(proxy)->header;
+
+    EXPECT_EQ(112, header.id);
+    EXPECT_EQ(2, header.major);
+    EXPECT_EQ(1, header.notification_count);
 }
 
 TEST_F(XirEcallappRaw, ReleaseSaysWhatItDoes) {
@@ -732,6 +785,23 @@ TEST_F(XirEcallapp, ACallbackStaysRegisteredWhenTheServiceRefuses) {
     EXPECT_EQ(-5, XirEcallapp_registerNotifyState(proxy, NoteState));
 }
 
+TEST_F(XirEcallapp, ARefusedSubscriptionIsAMissingReply) {
+    peer.Answer(kSubscribe, "not a reply");
+    peer.Answer(kUnsubscribe, "not a reply");
+
+    CaptureStdout();
+    EXPECT_EQ(-12, XirEcallapp_registerNotifyState(proxy, NoteState));
+    EXPECT_EQ(-12, XirEcallapp_deregisterNotifyState(proxy, NoteState));
+
+    EXPECT_EQ(
+        "SendSubscribeRequest send subscription message to server side (msgId=18)\n"
+        "SendSubscribeRequest- subscription response = -12\n"
+        "SendUnSubscribeRequest send unsubscription message to server side (msgId=18)\n"
+        "SendUnSubscribeRequest- subscription response = -12\n",
+        GetCapturedStdout());
+    EXPECT_EQ(-6, XirEcallapp_deregisterNotifyState(proxy, NoteState));  // it is cleared all the same
+}
+
 TEST_F(XirEcallapp, OnlyTheRegisteredCallbackCanBeDeregistered) {
     EXPECT_EQ(1, XirEcallapp_deregisterNotifyState(proxy, nullptr));
     EXPECT_EQ(-6, XirEcallapp_deregisterNotifyState(proxy, NoteState));
@@ -777,12 +847,45 @@ TEST_F(XirEcallapp, ARestartedServiceFindsItsSubscriberAgain) {
     EXPECT_EQ(0, XirEcallapp_triggerEcall(proxy, 1));
 }
 
-TEST_F(XirEcallappRaw, ALossIsPrinted) {
-    CaptureStdout();
-    peer.Drop();
-    peer.Accept();  // the client has noticed, and come again
+TEST_F(XirEcallapp, AWithdrawnSubscriptionDoesNotComeBackWithTheService) {
+    ASSERT_EQ(0, XirEcallapp_registerNotifyState(proxy, NoteState));
+    ASSERT_EQ(0, XirEcallapp_deregisterNotifyState(proxy, NoteState));
 
-    EXPECT_EQ("connectionStatusCbFn - CLOSED", GetCapturedStdout().substr(0, 29));
+    peer.Stop();
+    peer.Start();
+    while (XirEcallapp_triggerEcall(proxy, 1) != 0) {  // until it is connected again
+        std::this_thread::yield();
+    }
+
+    EXPECT_EQ(0, peer.Notify(kNotifyNotifyState, ProtoBytes().Message(2, State(4, 0, 0, 0, 0, 0)).bytes));
+    const auto requests = peer.Requests();
+    EXPECT_EQ(1, std::count_if(requests.begin(), requests.end(),
+                               [](const PeerRequest& request) { return request.method == kSubscribe; }));
+}
+
+TEST_F(XirEcallapp, ADeregistrationWithoutConnectionClearsTheCallback) {
+    ASSERT_EQ(0, XirEcallapp_registerNotifyState(proxy, NoteState));
+    peer.Stop();
+
+    EXPECT_EQ(-12, XirEcallapp_deregisterNotifyState(proxy, NoteState));
+
+    EXPECT_EQ(-6, XirEcallapp_deregisterNotifyState(proxy, NoteState));
+}
+
+TEST_F(XirEcallappRaw, ALossIsPrintedAndTheNextConnectionToo) {
+    Register(NoteState);
+    CaptureStdout();
+
+    peer.Drop();
+    peer.Accept();
+    peer.Serve(kOk);  // the repeated subscription
+    NotifyState(3);
+
+    EXPECT_THAT(seen.Wait(1), testing::ElementsAre(3U));
+    EXPECT_EQ(
+        "connectionStatusCbFn - CLOSEDconnectionStatusCbFn - OPENED"
+        "dispatchNonRpcMessage - notification received (method_index=18)\n",
+        GetCapturedStdout());
 }
 
 TEST_F(XirEcallappRaw, TheStateIsFieldTwoAndAFieldOneIsIgnored) {
