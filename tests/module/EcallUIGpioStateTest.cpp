@@ -2,9 +2,12 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
 
 #include "GpioTest.h"
 
+using namespace std::chrono_literals;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -88,6 +91,114 @@ TEST(EcallUIGpioState, CallIsShownHeardAndUnlocked) {
     EXPECT_THAT(messages, IsSupersetOf({"SetGpioServiceState - Enter, serviceState = 100",
                                         "GpioOutputNlockInvertedForRevARevB==false ==> ECALL_nLOCK set to 0",
                                         "SetGpioServiceState - exit"}));
+}
+
+/// What was begun or decided, in order, without what each of it says on its way.
+Texts Steps(Texts messages) {
+    std::erase_if(messages, [](const std::string& message) {
+        return message.find(" - Enter") == std::string::npos && !message.starts_with("gpio_07 (") &&
+               message.find("ECALL_nLOCK") == std::string::npos;
+    });
+    return messages;
+}
+
+TEST(EcallUIGpioState, OutputsFollowInTheirOrder) {
+    Module module;
+    Configure(module, {{"ConfigureExternalAudioAmp", "true"}, {"EcallMicrophoneSource", "0"}});
+
+    const Performed performed = Perform(module, {"SetGpioServiceState 102 2", "SetGpioServiceState 3 0"});
+
+    EXPECT_THAT(
+        Steps(performed.messages),
+        ElementsAre("SetGpioServiceState - Enter, serviceState = 102", "GpioWrite - Enter : GpioId = 9, value = 1 ",
+                    "GpioWrite - Enter : GpioId = 12, value = 1 ", "ControlAudioRelay (SetRelayOn=1) - Enter",
+                    "TimerAudioRelay (activateTimer=0) - Enter", "GpioWrite - Enter : GpioId = 6, value = 1 ",
+                    "SetGpioEcallLed - Enter : PeriodMs=10, Brightness1PerCent=90, Brightness2PerCent=0, "
+                    "Blicking12PeriodInMs=1000",
+                    "gpio_07 (ANT_SEL_GPIO) configured at hi level", "GpioWrite - Enter : GpioId = 8, value = 0 ",
+                    "GpioOutputNlockInvertedForRevARevB==false ==> ECALL_nLOCK set to 0",
+                    "SetGpioServiceState - Enter, serviceState = 3", "GpioWrite - Enter : GpioId = 9, value = 0 ",
+                    "GpioWrite - Enter : GpioId = 12, value = 0 ", "gpio_07 (ANT_SEL_GPIO) configured at lo level",
+                    "ControlAudioRelay (SetRelayOn=0) - Enter", "TimerAudioRelay (activateTimer=1) - Enter",
+                    "SetGpioEcallLed - Enter : PeriodMs=10, Brightness1PerCent=25, Brightness2PerCent=0, "
+                    "Blicking12PeriodInMs=0",
+                    "GpioWrite - Enter : GpioId = 8, value = 1 ",
+                    "GpioOutputNlockInvertedForRevARevB==false ==> ECALL_nLOCK set to 1"));
+    EXPECT_EQ("SetGpioServiceState - exit", performed.messages.back());
+}
+
+TEST(EcallUIGpioState, OutputThatFailsDoesNotStopTheOthers) {
+    Module module;
+    Configure(module, {{"ConfigureExternalAudioAmp", "true"}, {"EcallMicrophoneSource", "0"}});
+    module.ioctls.AddFault("write 0x72*", Fault::Error(EIO).Times(3));
+    module.attributes.AddFault(line::kRelay, Use::Open, Fault::Error(EACCES));
+    module.attributes.AddFault(module.Led("enable"), Use::Open, Fault::Error(EACCES).Once());
+    module.attributes.AddFault(line::kAntennaNumber, Use::Open, Fault::Error(EACCES).Once());
+
+    const Performed performed =
+        Perform(module, {"SetGpioServiceState 100 0", "SetGpioServiceState 100 2", "SetGpioServiceState 4 0"});
+
+    EXPECT_THAT(performed.messages,
+                IsSupersetOf({"Unable to send data", "Unable to open 6 pin value file",
+                              "Unable to open pwm led enable file : /sys/devices/vantu_pwm_led.1/enable",
+                              "Unable to open /dev/vantu_gpio_num file"}));
+    EXPECT_THAT(module.journal.Texts(IsWritten(line::kNlock)), ElementsAre("0", "0", "1"));
+    // The antenna, which is not selected yet, is tried again; the amplifier counts as switched on all the same.
+    EXPECT_THAT(module.journal.Texts(IsWritten(line::kAntennaValue)), ElementsAre("hi"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::I2c)),
+                ElementsAre("write 0x72 flags 0x0000: 01 41", "write 0x72 flags 0x0000: 08 e1",
+                            "write 0x72 flags 0x0000: 0e 07", "write 0x72 flags 0x0000: 01 40",
+                            "write 0x72 flags 0x0000: 08 c0", "write 0x72 flags 0x0000: 0e 09"));
+}
+
+TEST(EcallUIGpioState, OnlyFailuresReachTheSystemLog) {
+    Module module;
+    Configure(module, {{"EcallMicrophoneSource", "0"}});
+
+    Perform(module, {"SetGpioServiceState 100 2", "SetGpioServiceState 3 0", "SetGpioServiceState 50 0"});
+
+    module.journal.Await(IsInSyslog("bad parameter"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)),
+                ElementsAre("SetGpioServiceState - bad parameter: serviceState = 50"));
+}
+
+TEST(EcallUIGpioState, EveryCallSelectsTheAntenna) {
+    Unit unit;
+    unit.Start();
+
+    for (const uint32_t state : {100U, 101U, 102U, 103U, 104U, 105U, 106U}) {
+        unit.Notify(102, kPrompt);
+        unit.Notify(3, kMuted);  // gives the antenna back
+        const uint64_t mark = unit.Notify(state, kMuted);
+        EXPECT_THAT(unit.journal.Texts(IsWritten(line::kAntennaValue), mark), ElementsAre("hi")) << state;
+    }
+}
+
+TEST(EcallUIGpioState, RelayDropsFiveSecondsAfterTheCall) {
+    Unit unit;
+    unit.Start();
+    unit.Notify(100, kVoice);
+    EXPECT_EQ("1", unit.module.Attribute(line::kRelay));
+
+    const uint64_t mark = unit.Notify(3, kMuted);
+
+    const Entry over = unit.journal.Await(IsTraced("TimerAudioRelay (activateTimer=1) - Enter"), mark);
+    const Entry off = unit.journal.Await(IsWritten(line::kRelay), mark);
+    EXPECT_EQ("0", off.text);
+    EXPECT_GE(off.time - over.time, 4900ms);  // the trace is read a moment after it was written
+    unit.journal.Await(IsTraced("RelayTimer_callback: sig = 0 => switch off the audio relay"), mark);
+}
+
+TEST(EcallUIGpioState, CallWithinTheDelayKeepsTheRelayOn) {
+    Unit unit;
+    unit.Start();
+    unit.Notify(100, kVoice);
+    unit.Notify(3, kMuted);
+
+    const uint64_t mark = unit.Notify(101, kVoice);
+
+    EXPECT_EQ(std::nullopt, unit.journal.WaitFor(IsWritten(line::kRelay, "0"), mark, 5500ms));
+    EXPECT_EQ("1", unit.module.Attribute(line::kRelay));
 }
 
 TEST(EcallUIGpioState, RepeatedNotificationChangesNothing) {
@@ -221,6 +332,30 @@ TEST(EcallUIGpioState, AmplifierThatIsNotConfiguredIsLeftAlone) {
 
     EXPECT_THAT(unit.journal.All(IsKind(Kind::I2c)), IsEmpty());
     EXPECT_THAT(unit.journal.All(IsOpened(line::kAmplifierStandby)), IsEmpty());
+}
+
+TEST(EcallUIGpioState, AmplifierThatWasSwitchedOnIsSwitchedOffWhateverIsConfiguredSince) {
+    Module module;
+    Configure(module, {{"ConfigureExternalAudioAmp", "true"}, {"EcallMicrophoneSource", "0"}});
+
+    Perform(module, {"SetGpioServiceState 100 2", "ConfigureExternalAudioAmp 0", "SetGpioServiceState 3 0",
+                     "SetGpioServiceState 101 2", "SetGpioServiceState 4 0"});
+
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::I2c)),
+                ElementsAre("write 0x72 flags 0x0000: 01 41", "write 0x72 flags 0x0000: 08 e1",
+                            "write 0x72 flags 0x0000: 0e 07", "write 0x72 flags 0x0000: 01 40",
+                            "write 0x72 flags 0x0000: 08 c0", "write 0x72 flags 0x0000: 0e 09"));
+}
+
+TEST(EcallUIGpioState, AmplifierThatIsConfiguredInACallIsSwitchedOnByItsNextState) {
+    Module module;
+    Configure(module, {{"EcallMicrophoneSource", "0"}});
+
+    Perform(module, {"SetGpioServiceState 100 0", "ConfigureExternalAudioAmp 1", "SetGpioServiceState 100 2"});
+
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::I2c)),
+                ElementsAre("write 0x72 flags 0x0000: 01 41", "write 0x72 flags 0x0000: 08 e1",
+                            "write 0x72 flags 0x0000: 0e 07"));
 }
 
 TEST(EcallUIGpioState, StateThatDoesNotExistIsOnlySaidAndRemembered) {
