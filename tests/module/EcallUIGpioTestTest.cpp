@@ -2,16 +2,17 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "EcallPeer.h"
 #include "GpioTest.h"
 
 using namespace std::chrono_literals;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
 
 namespace {
@@ -22,6 +23,7 @@ constexpr char kReport[] = "updateSelfTestAllDevicesState";
 struct World {
     Module module;
     EcallPeer peer{module.journal};
+    Texts sleeps;  ///< of the last self-test
 
     World() {
         Configure(module, {{"EcallMicrophoneSource", "0"}});
@@ -29,7 +31,9 @@ struct World {
     }
     /// Runs one self-test; answers what it said. Reading a line before marks its begin in the journal.
     Texts RunSelfTest() {
-        Texts messages = Perform(module, {"connect", "GpioRead 3", "RunSelfTest"}).messages;
+        Performed performed = Perform(module, {"connect", "GpioRead 3", "RunSelfTest"});
+        sleeps = std::move(performed.sleeps);
+        Texts messages = std::move(performed.messages);
         messages.erase(messages.begin(), std::ranges::find(messages, "GpioRead - Exit : ret = 1") + 1);
         return messages;
     }
@@ -51,6 +55,16 @@ constexpr uint32_t kSuccess = 0;
 constexpr uint32_t kFailed = 1;
 constexpr uint32_t kNotHandled = 2;
 
+/// What a self-test itself says, and what it does to relay and supply.
+Texts OfTheDevices(Texts messages) {
+    constexpr std::array kBegins = {"RunSelfTest", "ControlAudioRelay (", "Speaker ",  "rtaDetector",
+                                    "ecall_pwm_",  "gpio_05 (",           "cellularAn"};
+    std::erase_if(messages, [&](const std::string& message) {
+        return std::ranges::none_of(kBegins, [&](const char* begin) { return message.starts_with(begin); });
+    });
+    return messages;
+}
+
 TEST(EcallUIGpioTest, HealthyModulePasses) {
     World world;
 
@@ -60,11 +74,14 @@ TEST(EcallUIGpioTest, HealthyModulePasses) {
                                               kNotHandled, kSuccess, kNotHandled, kNotHandled, kSuccess, kSuccess,
                                               kNotHandled, kNotHandled, kNotHandled));
     EXPECT_EQ(1U, world.peer.Requests(EcallMethod::UpdateSelfTestAllDevicesState));
-    EXPECT_THAT(messages, AllOf(Contains("Speaker Status = UTA_AUDIO_SPEAKER_CONNECTED"),
-                                Contains("rtaDetectorOperability = TSelfTestDeviceState_Success"),
-                                Contains("cellularAntennaConnection = TSelfTestDeviceState_Success")));
-    EXPECT_EQ("RunSelfTest - Enter", messages.front());
-    EXPECT_EQ("RunSelfTest - Exit", messages.back());
+    EXPECT_THAT(OfTheDevices(messages),
+                ElementsAre("RunSelfTest - Enter", "ControlAudioRelay (SetRelayOn=1) - Enter",
+                            "Speaker Status = UTA_AUDIO_SPEAKER_CONNECTED", "ControlAudioRelay (SetRelayOn=0) - Enter",
+                            "rtaDetectorOperability = TSelfTestDeviceState_Success",
+                            "gpio_05 (ANT_DET_CTL_GPIO) configured at hi level",
+                            "cellularAntennaConnection = TSelfTestDeviceState_Success",
+                            "gpio_05 (ANT_DET_CTL_GPIO) configured at lo level", "RunSelfTest - Exit"));
+    EXPECT_THAT(world.sleeps, ElementsAre("slept 300 ms"));
 }
 
 TEST(EcallUIGpioTest, DevicesAreTestedInOrder) {
@@ -89,6 +106,24 @@ TEST(EcallUIGpioTest, DevicesAreTestedInOrder) {
     const Entry supplied = world.module.journal.Await(IsWritten(line::kAntennaValue, "hi"));
     const Entry measured = world.module.journal.Await(IsOpened(line::kAdc1));
     EXPECT_GE(measured.time - supplied.time, 300ms);
+}
+
+TEST(EcallUIGpioTest, SupplyOfTheAntennaIsInTheStateWhileItIsOn) {
+    World world;
+    SaveState(world.module, {.antennaSelected = true});
+
+    world.module.StartService();
+    world.module.journal.Await(IsTraced("InitGpio - exit"));
+    world.peer.RequestSelfTest();
+    world.module.journal.Await(IsTraced("RunSelfTest - Exit"));
+
+    EXPECT_THAT(world.module.journal.Texts(IsTraced("NEW UI STATE")),
+                ElementsAre("NEW UI STATE : EcallAntennaSelected=1, EcallAntennaDetectionActivated=1, "
+                            "CanTriggerAutoEcall=1",
+                            "NEW UI STATE : EcallAntennaSelected=1, EcallAntennaDetectionActivated=0, "
+                            "CanTriggerAutoEcall=1"));
+    EXPECT_EQ("1 0 1", StateFile(world.module));
+    EXPECT_THAT(world.module.journal.Texts(IsKind(Kind::Console)), Not(Contains(HasSubstr("locked"))));
 }
 
 struct Speaker {
@@ -156,37 +191,60 @@ TEST(EcallUIGpioTest, SensorThatAnswersAtTheFifthAttemptPasses) {
 
 TEST(EcallUIGpioTest, SensorThatNeverAnswersFailsAfterFiveWaits) {
     World world;
-    world.module.SetSensor(SensorStatus::Invalid);
+    std::size_t reads = 0;
+    world.module.attributes.OnRead(world.module.Sensor("pwm_status"), [&reads] {
+        return std::string(std::array{"0\n", "1\n", "4\n", "9\n", "0\n"}.at(reads++));
+    });
 
     const Texts messages = world.RunSelfTest();
 
     EXPECT_EQ(kFailed, world.Reported()[kSensor]);
-    EXPECT_EQ(5, std::ranges::count(messages,
-                                    "ecall_pwm_status = 0, rtaDetectorOperability = "
-                                    "TSelfTestDeviceState_Failed"));
-    const auto reads = world.module.journal.All(IsRead(world.module.Sensor("pwm_status")));
-    ASSERT_EQ(5U, reads.size());
-    const Entry antenna = world.module.journal.Await(IsWritten(line::kAntennaNumber));
-    for (std::size_t i = 1; i < reads.size(); ++i) {
-        EXPECT_GE(reads[i].time - reads[i - 1].time, 500ms);
-    }
-    EXPECT_GE(antenna.time - reads[4].time, 500ms);
+    EXPECT_EQ(5U, reads);
+    const Texts said = OfTheDevices(messages);
+    ASSERT_LT(9U, said.size());
+    EXPECT_THAT(Texts(said.begin() + 4, said.begin() + 9),
+                ElementsAre("ecall_pwm_status = 0, rtaDetectorOperability = TSelfTestDeviceState_Failed",
+                            "ecall_pwm_status = 1, rtaDetectorOperability = TSelfTestDeviceState_Failed",
+                            "ecall_pwm_status = 4, rtaDetectorOperability = TSelfTestDeviceState_Failed",
+                            "ecall_pwm_status = 9, rtaDetectorOperability = TSelfTestDeviceState_Failed",
+                            "ecall_pwm_status = 0, rtaDetectorOperability = TSelfTestDeviceState_Failed"));
+    EXPECT_THAT(world.sleeps, ElementsAre("slept 500 ms", "slept 500 ms", "slept 500 ms", "slept 500 ms",
+                                          "slept 500 ms", "slept 300 ms"));
 }
 
-TEST(EcallUIGpioTest, AntennaAtTheThresholdPassesAndAboveItFails) {
-    for (const auto& [microvolts, expected] :
-         {std::pair{"900999", kSuccess}, {"901000", kFailed}, {"-1000", kFailed}}) {
-        World world;
-        world.module.SetAttribute(line::kAdc1, microvolts);
+struct Antenna {
+    const char* name;
+    const char* thresholdMv;
+    const char* microvolts;
+    uint32_t expected;
 
-        const Texts messages = world.RunSelfTest();
+    friend void PrintTo(const Antenna& antenna, std::ostream* out) { *out << antenna.name; }
+};
 
-        EXPECT_EQ(expected, world.Reported()[kAntenna]) << microvolts;
-        EXPECT_THAT(messages,
-                    Contains(expected == kSuccess ? "cellularAntennaConnection = TSelfTestDeviceState_Success"
-                                                  : "cellularAntennaConnection = TSelfTestDeviceState_Failed"));
-    }
+class EcallUIGpioTestAntenna : public testing::TestWithParam<Antenna> {};
+
+TEST_P(EcallUIGpioTestAntenna, IsJudgedByItsThreshold) {
+    World world;
+    Configure(world.module,
+              {{"EcallMicrophoneSource", "0"}, {"EcallAntennaDetectionThresholdMv", GetParam().thresholdMv}});
+    world.module.SetAttribute(line::kAdc1, GetParam().microvolts);
+
+    const Texts messages = world.RunSelfTest();
+
+    EXPECT_EQ(GetParam().expected, world.Reported()[kAntenna]);
+    EXPECT_THAT(messages,
+                Contains(GetParam().expected == kSuccess ? "cellularAntennaConnection = TSelfTestDeviceState_Success"
+                                                         : "cellularAntennaConnection = TSelfTestDeviceState_Failed"));
 }
+
+INSTANTIATE_TEST_SUITE_P(All, EcallUIGpioTestAntenna,
+                         testing::Values(Antenna{"AtTheThreshold", "900", "900999", kSuccess},
+                                         Antenna{"AboveIt", "900", "901000", kFailed},
+                                         Antenna{"AtAnother", "1500", "1500000", kSuccess},
+                                         Antenna{"AboveAnother", "1500", "1501000", kFailed},
+                                         Antenna{"NegativeReading", "900", "-1000", kFailed},
+                                         Antenna{"NegativeThreshold", "-1", "2500000", kSuccess}),
+                         [](const auto& tested) { return tested.param.name; });
 
 TEST(EcallUIGpioTest, AntennaThatCannotBeMeasuredFails) {
     World world;
@@ -209,6 +267,7 @@ TEST(EcallUIGpioTest, AntennaThatCannotBeSuppliedFailsUnmeasured) {
     EXPECT_THAT(messages, Not(Contains(HasSubstr("AdcRead"))));
     EXPECT_THAT(messages, Not(Contains(HasSubstr("cellularAntennaConnection"))));
     EXPECT_THAT(world.module.journal.Texts(IsWritten(line::kAntennaValue)), ElementsAre("hi", "lo"));
+    EXPECT_THAT(world.sleeps, IsEmpty());
 }
 
 TEST(EcallUIGpioTest, ReportThatIsRefusedIsSaid) {
@@ -217,8 +276,10 @@ TEST(EcallUIGpioTest, ReportThatIsRefusedIsSaid) {
 
     const Texts messages = world.RunSelfTest();
 
-    EXPECT_THAT(messages, Contains("srvcResult ERROR  = 7 !!!!!!"));
-    EXPECT_EQ("RunSelfTest - Exit", messages.back());
+    ASSERT_LE(2U, messages.size());
+    EXPECT_THAT(Texts(messages.end() - 2, messages.end()),
+                ElementsAre("srvcResult ERROR  = 7 !!!!!!", "RunSelfTest - Exit"));
+    EXPECT_EQ(1U, world.peer.Requests(EcallMethod::UpdateSelfTestAllDevicesState));
     world.module.journal.Await(IsInSyslog("srvcResult ERROR  = 7 !!!!!!"));
 }
 
