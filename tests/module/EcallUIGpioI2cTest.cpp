@@ -33,8 +33,9 @@ TEST(EcallUIGpioI2c, ConverterIsConfiguredStartedAndRead) {
 TEST(EcallUIGpioI2c, ConversionGetsItsTime) {
     Module module;
 
-    Perform(module, {"ReadAds1015AdcInput 0"});
+    const Performed performed = Perform(module, {"ReadAds1015AdcInput 0"});
 
+    EXPECT_THAT(performed.sleeps, ElementsAre("slept 100 ms"));
     const auto transfers = module.journal.All(IsKind(Kind::I2c));
     ASSERT_EQ(3U, transfers.size());
     EXPECT_GE(transfers[2].time - transfers[1].time, std::chrono::milliseconds(100));
@@ -50,6 +51,16 @@ TEST(EcallUIGpioI2c, EveryChannelHasItsConfiguration) {
     EXPECT_EQ("write 0x90 flags 0x0000: 01 45 83", transfers[0]);
     EXPECT_EQ("write 0x90 flags 0x0000: 01 65 83", transfers[3]);
     EXPECT_EQ("write 0x90 flags 0x0000: 01 75 83", transfers[6]);
+}
+
+TEST(EcallUIGpioI2c, BusIsClosedAfterEachOperation) {
+    Module module;
+
+    const Performed performed =
+        Perform(module, {"descriptors", "ReadAds1015AdcInput 0", "SetAudioAmplifier 1", "descriptors"});
+
+    EXPECT_EQ(performed.results.front(), performed.results.back());
+    EXPECT_EQ(6U, Transfers(module).size());
 }
 
 struct ConverterFailure {
@@ -92,6 +103,7 @@ TEST(EcallUIGpioI2c, ConverterWithoutBusGivesNoValue) {
     EXPECT_THAT(performed.results, ElementsAre("ReadAds1015AdcInput 0 = 1 -1"));
     EXPECT_THAT(performed.messages, ElementsAre("ReadAds1015AdcInput - Enter",
                                                 "Unable to open i2c control file ==> ReadAds1015AdcInput - Exit"));
+    module.journal.Await(IsInSyslog("Unable to open i2c control file ==> ReadAds1015AdcInput - Exit"));
 }
 
 TEST(EcallUIGpioI2c, TransferWithoutDataIsRefused) {
@@ -101,6 +113,7 @@ TEST(EcallUIGpioI2c, TransferWithoutDataIsRefused) {
 
     EXPECT_THAT(performed.results, ElementsAre("I2cWriteRegisterWithoutData = 1", "I2cReadRegisterWithoutData = 1"));
     EXPECT_THAT(performed.messages, ElementsAre("Invalid parameters", "Invalid parameters"));
+    module.journal.AwaitCount(2, IsInSyslog("Invalid parameters"));
     EXPECT_THAT(Transfers(module), IsEmpty());
 }
 
@@ -130,17 +143,27 @@ TEST(EcallUIGpioI2c, AmplifierIsSwitchedOff) {
 }
 
 TEST(EcallUIGpioI2c, AmplifierGetsItsOtherRegistersWhenOneFails) {
+    for (const char* failing : {"01 41", "08 e1", "0e 07"}) {
+        Module module;
+        module.ioctls.AddFault(std::string("write 0x72*: ") + failing, Fault::Error(ENXIO));
+
+        const Performed performed = Perform(module, {"SetAudioAmplifier 1"});
+
+        EXPECT_THAT(performed.results, ElementsAre("SetAudioAmplifier 1 = 1")) << failing;
+        EXPECT_EQ(3U, Transfers(module).size()) << failing;
+        EXPECT_EQ(1, std::ranges::count(performed.messages, "Unable to send data")) << failing;
+        module.journal.Await(IsInSyslog("Unable to send data"));
+    }
+}
+
+TEST(EcallUIGpioI2c, AmplifierSaysEachRegisterThatFails) {
     Module module;
-    module.ioctls.AddFault("write 0x72*: 01 41", Fault::Error(ENXIO));
-    module.ioctls.AddFault("write 0x72*: 08 e1", Fault::Error(ENXIO));
+    module.ioctls.AddFault("write 0x72*", Fault::Error(ENXIO));
 
-    const Performed performed = Perform(module, {"SetAudioAmplifier 1"});
+    const Performed performed = Perform(module, {"SetAudioAmplifier 0"});
 
-    EXPECT_THAT(performed.results, ElementsAre("SetAudioAmplifier 1 = 1"));
-    EXPECT_EQ(3U, Transfers(module).size());
-    EXPECT_EQ(0x07, module.ioctls.AmplifierRegister(14));
-    EXPECT_EQ(2, std::ranges::count(performed.messages, "Unable to send data"));
-    module.journal.Await(IsInSyslog("Unable to send data"));
+    EXPECT_THAT(performed.results, ElementsAre("SetAudioAmplifier 0 = 1"));
+    EXPECT_EQ(3, std::ranges::count(performed.messages, "Unable to send data"));
 }
 
 TEST(EcallUIGpioI2c, AmplifierWithoutBusIsNotDriven) {
@@ -151,6 +174,7 @@ TEST(EcallUIGpioI2c, AmplifierWithoutBusIsNotDriven) {
 
     EXPECT_THAT(performed.results, ElementsAre("SetAudioAmplifier 1 = 1"));
     EXPECT_THAT(performed.messages, ElementsAre("Unable to open i2c control file"));
+    module.journal.Await(IsInSyslog("Unable to open i2c control file"));
     EXPECT_THAT(Writes(module), IsEmpty());
     EXPECT_THAT(Transfers(module), IsEmpty());
 }
