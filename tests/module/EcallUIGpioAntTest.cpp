@@ -5,6 +5,7 @@
 
 #include "GpioTest.h"
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -64,6 +65,7 @@ TEST(EcallUIGpioAnt, OtherLinesAreRefused) {
     EXPECT_THAT(performed.results, ElementsAre("GpioAntWrite 6 1 = 1 detection 0 selected 0"));
     EXPECT_THAT(module.journal.All(IsKind(Kind::Open)), IsEmpty());
     EXPECT_THAT(performed.messages, ElementsAre("GpioAntWrite : bad Gpio (6)"));
+    EXPECT_EQ("GpioAntWrite : bad Gpio (6)", module.journal.Await(IsKind(Kind::Syslog)).text);
 }
 
 TEST(EcallUIGpioAnt, NameThatIsNotTakenWholeIsAnErrorButTheLineIsDriven) {
@@ -77,6 +79,7 @@ TEST(EcallUIGpioAnt, NameThatIsNotTakenWholeIsAnErrorButTheLineIsDriven) {
                 ElementsAre("Unable to write value 'gpio_05', NbByteWrite = 6", "", "gpio_05 configured as an output",
                             "gpio_07 (ANT_SEL_GPIO) configured at hi level", "GpioAntWrite - Exit : ret = 1"));
     EXPECT_EQ("hi", module.Attribute(line::kAntennaValue));
+    module.journal.Await(IsInSyslog("Unable to write value 'gpio_05', NbByteWrite = 6\n"));
 }
 
 TEST(EcallUIGpioAnt, DirectionThatIsNotTakenWholeIsAnErrorButTheLineIsDriven) {
@@ -89,6 +92,7 @@ TEST(EcallUIGpioAnt, DirectionThatIsNotTakenWholeIsAnErrorButTheLineIsDriven) {
     EXPECT_THAT(performed.messages,
                 ElementsAre("gpio_05 selected", "Unable to write value 'out', NbByteWrite = -1", "",
                             "gpio_05 (ANT_DET_CTL_GPIO) configured at hi level", "GpioAntWrite - Exit : ret = 1"));
+    module.journal.Await(IsInSyslog("Unable to write value 'out', NbByteWrite = -1\n"));
 }
 
 TEST(EcallUIGpioAnt, LevelThatIsNotTakenWholeLeavesTheStateAlone) {
@@ -104,6 +108,8 @@ TEST(EcallUIGpioAnt, LevelThatIsNotTakenWholeLeavesTheStateAlone) {
                             "Unable to write value 'hi', NbByteWrite = 1", "", "GpioAntWrite - Exit : ret = 1",
                             "gpio_05 selected", "gpio_05 configured as an output",
                             "Unable to write value 'lo', NbByteWrite = 1", "", "GpioAntWrite - Exit : ret = 1"));
+    module.journal.Await(IsInSyslog("Unable to write value 'lo', NbByteWrite = 1\n"));
+    EXPECT_EQ("Unable to write value 'hi', NbByteWrite = 1\n", module.journal.Await(IsKind(Kind::Syslog)).text);
 }
 
 TEST(EcallUIGpioAnt, NameDeviceThatCannotBeOpenedEndsIt) {
@@ -115,6 +121,7 @@ TEST(EcallUIGpioAnt, NameDeviceThatCannotBeOpenedEndsIt) {
     EXPECT_THAT(performed.results, ElementsAre("GpioAntWrite 7 1 = 1 detection 0 selected 0"));
     EXPECT_THAT(performed.messages,
                 ElementsAre("Unable to open /dev/vantu_gpio_num file", "GpioAntWrite - Exit : ret = ECALLUI_ERROR"));
+    EXPECT_EQ("Unable to open /dev/vantu_gpio_num file", module.journal.Await(IsKind(Kind::Syslog)).text);
     EXPECT_THAT(Writes(module), IsEmpty());
 }
 
@@ -127,6 +134,7 @@ TEST(EcallUIGpioAnt, DirectionDeviceThatCannotBeOpenedEndsIt) {
     EXPECT_THAT(performed.results, ElementsAre("GpioAntWrite 7 1 = 1 detection 0 selected 0"));
     EXPECT_THAT(performed.messages, ElementsAre("gpio_05 selected", "Unable to open /dev/vantu_gpio_dir file",
                                                 "GpioAntWrite - Exit : ret = ECALLUI_ERROR"));
+    EXPECT_EQ("Unable to open /dev/vantu_gpio_dir file", module.journal.Await(IsKind(Kind::Syslog)).text);
     EXPECT_THAT(Writes(module), ElementsAre("dev/vantu_gpio_num = gpio_07"));
 }
 
@@ -139,6 +147,38 @@ TEST(EcallUIGpioAnt, ValueDeviceThatCannotBeOpenedEndsItWithoutAnExitLine) {
     EXPECT_THAT(performed.results, ElementsAre("GpioAntWrite 7 1 = 1 detection 0 selected 0"));
     EXPECT_THAT(performed.messages, ElementsAre("gpio_05 selected", "gpio_05 configured as an output",
                                                 "Unable to open /dev/vantu_gpio_value"));
+    EXPECT_EQ("Unable to open /dev/vantu_gpio_value", module.journal.Await(IsKind(Kind::Syslog)).text);
+}
+
+TEST(EcallUIGpioAnt, LinesDrivenAtOnceTakeTurnsAndAreStored) {
+    Module module;
+    module.attributes.AddFault("/dev/vantu_gpio_*", Use::Open, Fault::Slow(10ms));
+
+    // The refused one must have let go of the state, or the others would wait for ever.
+    const Performed performed = Perform(module, {"DriveAntennaLine 6 1", "at-once DriveAntennaLine 7 1"});
+
+    EXPECT_THAT(performed.results, ElementsAre("DriveAntennaLine 6 1 = 1"));
+    EXPECT_THAT(Writes(module),
+                ElementsAre("dev/vantu_gpio_num = gpio_07", "dev/vantu_gpio_dir = out", "dev/vantu_gpio_value = hi",
+                            "dev/vantu_gpio_num = gpio_07", "dev/vantu_gpio_dir = out", "dev/vantu_gpio_value = hi",
+                            "dev/vantu_gpio_num = gpio_07", "dev/vantu_gpio_dir = out", "dev/vantu_gpio_value = hi",
+                            "dev/vantu_gpio_num = gpio_07", "dev/vantu_gpio_dir = out", "dev/vantu_gpio_value = hi"));
+    EXPECT_EQ("1 0 1", StateFile(module));
+}
+
+TEST(EcallUIGpioAnt, NothingStaysOpen) {
+    Module module;
+    module.attributes.AddFault(line::kAntennaNumber, Use::Write, Fault::AtMost(0).FromThe(2).Once());
+    module.attributes.AddFault(line::kAntennaDirection, Use::Open, Fault::Error(EACCES).FromThe(3).Once());
+    module.attributes.AddFault(line::kAntennaValue, Use::Write, Fault::AtMost(0).FromThe(3).Once());
+    module.attributes.AddFault(line::kAdc2, Use::Read, Fault::Error(EIO));
+
+    // The first message makes the C library open the system log, which then stays open.
+    const Performed performed =
+        Perform(module, {"GpioAntWrite 6 1", "descriptors", "GpioAntWrite 5 1", "GpioAntWrite 7 1", "GpioAntWrite 5 1",
+                         "GpioAntWrite 7 0", "AdcRead 1", "AdcRead 2", "descriptors"});
+
+    EXPECT_EQ(performed.results.at(1), performed.results.back());
 }
 
 // ---- Analog inputs ----
@@ -163,6 +203,7 @@ TEST(EcallUIGpioAnt, InputsAreReadInMillivolts) {
                             "AdcRead - Exit : filename : "
                             "/sys/bus/iio/devices/iio:device0/out_temp_battemp0_raw : StrValue = -2500",
                             ",ValRet=-2"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Open)), ElementsAre("read", "read", "read"));
 }
 
 TEST(EcallUIGpioAnt, OnlySixteenBytesOfAnInputCount) {
@@ -192,6 +233,7 @@ TEST(EcallUIGpioAnt, OtherInputsDoNotExist) {
     EXPECT_THAT(performed.results, ElementsAre("AdcRead 0 = -1", "AdcRead 4 = -1"));
     EXPECT_THAT(performed.messages, ElementsAre("AdcRead - Enter : adc = 0", "AdcRead ERROR - adc = 0",
                                                 "AdcRead - Enter : adc = 4", "AdcRead ERROR - adc = 4"));
+    EXPECT_EQ("AdcRead ERROR - adc = 0", module.journal.Await(IsKind(Kind::Syslog)).text);
 }
 
 TEST(EcallUIGpioAnt, InputThatIsMissingOrBrokenIsSaidSo) {
@@ -209,6 +251,18 @@ TEST(EcallUIGpioAnt, InputThatIsMissingOrBrokenIsSaidSo) {
                             ", errno = Input/output error",
                             "AdcRead - Exit : filename : "
                             "/sys/bus/iio/devices/iio:device0/out_temp_systemp2_raw : StrValue = ,ValRet=-1"));
+    EXPECT_EQ("Unable to open /sys/bus/iio/devices/iio:device0/out_temp_battemp1_raw pin value file\n",
+              module.journal.Await(IsKind(Kind::Syslog)).text);
+    module.journal.Await(IsInSyslog("Unable to read adc value : NbByteRead =-1\n, errno = Input/output error"));
+}
+
+TEST(EcallUIGpioAnt, OnlyFailuresReachTheSystemLog) {
+    Module module;
+
+    Perform(module, {"GpioAntWrite 5 1", "GpioAntWrite 7 0", "AdcRead 1", "AdcRead 4"});
+
+    module.journal.Await(IsInSyslog("AdcRead ERROR"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("AdcRead ERROR - adc = 4"));
 }
 
 }  // namespace

@@ -282,6 +282,7 @@ const std::map<std::string, Operation>& Operations() {
         {"ControlAudioRelay", done([](const Words& w) { ControlAudioRelay(Byte(w[1]) != 0); })},
         {"TimerAudioRelay", done([](const Words& w) { TimerAudioRelay(Byte(w[1]) != 0); })},
         {"GpioAntWrite", [](const Words& w) { return DriveAntenna(Number(w[1]), Byte(w[2])); }},
+        {"DriveAntennaLine", [](const Words& w) { return Text(DriveAntennaLine(Number(w[1]), Byte(w[2]))); }},
         {"AdcRead", [](const Words& w) { return Text(AdcRead(Number(w[1]))); }},
         {"ReadAds1015AdcInput", [](const Words& w) { return Convert(Byte(w[1])); }},
         {"SetAudioAmplifier", [](const Words& w) { return Text(SetAudioAmplifier(Byte(w[1]))); }},
