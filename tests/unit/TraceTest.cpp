@@ -114,6 +114,22 @@ TEST(Trace, AnArgumentIsEvaluatedOncePerOutput) {
     EXPECT_THAT(failure.Messages(), ElementsAre("count 4"));
 }
 
+TEST(Trace, WithoutTheMutexAnArgumentIsEvaluatedForTheOutputsThatRemain) {
+    EcallUITrace("creates the mutex");
+    int count = 0;
+
+    const Logged logged = LogOf([&] {
+        const CallFault fault("pthread_mutex_lock", EINVAL, {.object = &TraceMutex.mutex});
+        EcallUITrace("message %d", count++);
+        EXPECT_EQ(1, count);
+        EcallUITraceError("failure %d", count++);
+        EXPECT_EQ(3, count);
+    });
+
+    EXPECT_THAT(logged.system, testing::IsSupersetOf({"5 message 0", "5 failure 2"}));
+    EXPECT_THAT(logged.ConsoleLines(), testing::Contains("failure 1"));
+}
+
 TEST(Trace, EveryOutputSeesTheErrnoOfTheCallAndLeavesIt) {
     Remove("/var/logs");
     int afterwards = 0;

@@ -222,6 +222,41 @@ TEST(XirOsal, ReleasingAMutexThatWasNeverTakenSaysSo) {
     EXPECT_EQ(0, mutex.initialised);
 }
 
+namespace {
+
+/// Whether a thread that holds nothing finds the mutex taken.
+bool IsTaken(XirMutex& mutex) {
+    int answer = 0;
+    std::thread([&] {
+        answer = pthread_mutex_trylock(&mutex.mutex);
+        if (answer == 0) {
+            pthread_mutex_unlock(&mutex.mutex);
+        }
+    }).join();
+    return answer == EBUSY;
+}
+
+}  // namespace
+
+TEST(XirOsal, AReleaseByAnotherThreadIsLoggedAndTakesTheCountFromTheHolder) {
+    XirMutex mutex("Held");
+    GetMutex(&mutex);
+    const int32_t before = XirMutexHoldCount();
+
+    const Logged foreign = LogOf([&] { std::thread([&] { ReleaseMutex(&mutex); }).join(); });
+    EXPECT_EQ(0, mutex.lockCount);
+    EXPECT_EQ(before, XirMutexHoldCount());
+    EXPECT_TRUE(IsTaken(mutex));
+    EXPECT_EQ("Error :  pthread_mutex_unlock !!! (Held)\n\n\r", foreign.console);
+    EXPECT_THAT(foreign.system, ElementsAre("5 Error :  pthread_mutex_unlock !!! (Held)\n"));
+    EXPECT_THAT(foreign.Messages(), ElementsAre("Error :  pthread_mutex_unlock !!! (Held)", ""));
+
+    const Logged own = LogOf([&] { ReleaseMutex(&mutex); });
+    EXPECT_TRUE(IsTaken(mutex));
+    EXPECT_THAT(own.system, ElementsAre("5 Error :  Release a resource that is not locked !!! (Held)\n"));
+    pthread_mutex_unlock(&mutex.mutex);
+}
+
 TEST(XirOsal, AFailedUnlockIsLoggedAndTheCountStaysDecreased) {
     XirMutex mutex("Broken");
     GetMutex(&mutex);
