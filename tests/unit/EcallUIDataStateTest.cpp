@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -50,6 +51,7 @@ class EcallUIDataState : public testing::Test {
         Store({0, 0, 1});
         Remove(kStateFile);
     }
+    ~EcallUIDataState() override { EXPECT_EQ(0, XirMutexHoldCount()); }
 };
 
 }  // namespace
@@ -137,6 +139,9 @@ TEST_F(EcallUIDataState, AFileCutAtAnyLengthLeavesTheStateAndItself) {
         EXPECT_FALSE(isRestored);
         EXPECT_THAT(State(), IsState(0, 0, 1));
         EXPECT_THAT(logged.system, ElementsAre("5 Error reading the configuration file"));
+        EXPECT_THAT(logged.Messages(),
+                    ElementsAre("GetUIStateFromSavedFile - Enter", "Error reading the configuration file",
+                                "GetUIStateFromSavedFile - Exit"));
         EXPECT_EQ(cut, ReadFile(kStateFile));
     }
 }
@@ -153,6 +158,9 @@ TEST_F(EcallUIDataState, AFileWithAnyBitFlippedLeavesTheStateAndItself) {
         EXPECT_FALSE(isRestored) << bit;
         EXPECT_THAT(State(), IsState(0, 0, 1)) << bit;
         EXPECT_THAT(logged.system, ElementsAre("5 CRC error, file corrupted")) << bit;
+        EXPECT_THAT(logged.Messages(), ElementsAre("GetUIStateFromSavedFile - Enter", "Crc16 - Enter", "Crc16 - Exit",
+                                                   "CRC error, file corrupted", "GetUIStateFromSavedFile - Exit"))
+            << bit;
         EXPECT_EQ(damaged, ReadFile(kStateFile)) << bit;
     }
 }
@@ -211,7 +219,6 @@ TEST_F(EcallUIDataState, AnEqualStateIsNeitherLoggedNorSaved) {
     EXPECT_THAT(logged.Messages(), ElementsAre("SetUIStateAndUnlock - Enter, " + ThreadText(),
                                                "SetUIStateAndUnlock - Exit, " + ThreadText()));
     EXPECT_EQ(std::nullopt, ReadFile(kStateFile));
-    EXPECT_EQ(0, XirMutexHoldCount());
 }
 
 TEST_F(EcallUIDataState, EachFieldCountsAsAChange) {
@@ -245,7 +252,6 @@ TEST_F(EcallUIDataState, TheLockMayBeTakenAgainByItsHolder) {
     outer.EcallAntennaSelected = 6;
     SetUIStateAndUnlock(outer);
 
-    EXPECT_EQ(0, XirMutexHoldCount());
     EXPECT_THAT(State(), IsState(6, 0, 1));
 }
 
@@ -258,21 +264,87 @@ TEST_F(EcallUIDataState, AStateSetWithoutTheLockIsStoredAndSaid) {
                                            "5 Error :  Release a resource that is not locked !!! (State)\n"));
 }
 
-TEST_F(EcallUIDataState, AStateIsReadWithoutTheLockWhenThatFails) {
-    EcallUIState state;
+TEST_F(EcallUIDataState, AnEqualStateSetWithoutTheLockIsSaidToo) {
+    const Logged logged = LogOf([] { SetUIStateAndUnlock({0, 0, 1}); });
 
-    const Logged logged = LogOf([&] {
-        const CallFault fault("pthread_mutex_lock", EINVAL, {.exceptObject = &TraceMutex.mutex});
-        GetUIStateAndLock(state, true);
+    EXPECT_THAT(logged.Messages(),
+                ElementsAre("SetUIStateAndUnlock - Enter, " + ThreadText(), "ERROR : ressource not locked !!!!",
+                            "Error :  Release a resource that is not locked !!! (State)", "",
+                            "SetUIStateAndUnlock - Exit, " + ThreadText()));
+    EXPECT_EQ(std::nullopt, ReadFile(kStateFile));
+}
+
+TEST_F(EcallUIDataState, AStateSetWhileAnotherThreadHoldsTheLockIsStoredAndOnlyItsReleaseFails) {
+    // In a process of its own, since the mutex stays with its holder.
+    const Ended ended = EndOf([] {
+        EcallUIState held;
+        GetUIStateAndLock(held, true);
+        std::thread([] { SetUIStateAndUnlock({7, 0, 1}); }).join();
+        fprintf(stderr, "%d", State().EcallAntennaSelected);
     });
 
-    EXPECT_THAT(state, IsState(0, 0, 1));
-    EXPECT_THAT(logged.system,
-                ElementsAre("5 (State) Error :  pthread_mutex_timedlock : ret = 22 (Invalid argument) \n",
-                            "5 ERROR : GetMutex !!!!"));
+    EXPECT_EQ("7", ended.errors);
+    EXPECT_EQ(BytesOf({7, 0, 1}), ReadFile(kStateFile));
+    EXPECT_THAT(ended.logged.system, ElementsAre("5 Error :  pthread_mutex_unlock !!! (State)\n"));
+}
+
+TEST_F(EcallUIDataState, AStateIsReadWithoutTheLockWhenThatFails) {
+    const char* const kNotTaken = "5 (State) Error :  pthread_mutex_timedlock : ret = 22 (Invalid argument) \n";
+    const char* const kSaid = "5 ERROR : GetMutex !!!!";
+    const char* const kNotReleased = "5 Error :  Release a resource that is not locked !!! (State)\n";
+    for (const bool keepLocked : {true, false}) {
+        EcallUIState state{9, 9, 9};
+
+        const Logged logged = LogOf([&] {
+            const CallFault fault("pthread_mutex_lock", EINVAL, {.exceptObject = &TraceMutex.mutex});
+            GetUIStateAndLock(state, keepLocked);
+        });
+
+        EXPECT_THAT(state, IsState(0, 0, 1));
+        const std::vector<std::string> said = keepLocked ? std::vector<std::string>{kNotTaken, kSaid}
+                                                         : std::vector<std::string>{kNotTaken, kSaid, kNotReleased};
+        EXPECT_EQ(said, logged.system);
+    }
+}
+
+TEST_F(EcallUIDataState, WhatManyThreadsChangeIsCountedAndSavedWhole) {
+    constexpr int kThreads = 4;
+    constexpr int kChanges = 25;
+    std::vector<std::thread> threads;
+
+    LogOf([&] {
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([] {
+                for (int change = 0; change < kChanges; ++change) {
+                    EcallUIState state;
+                    GetUIStateAndLock(state, true);
+                    ++state.EcallAntennaSelected;
+                    SetUIStateAndUnlock(state);
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    });
+
+    EXPECT_THAT(State(), IsState(kThreads * kChanges, 0, 1));
+    EXPECT_EQ(BytesOf({kThreads * kChanges, 0, 1}), ReadFile(kStateFile));
 }
 
 // Saving.
+
+namespace {
+
+/// What the log shows from the entry of the save to its exit.
+std::vector<std::string> MessagesOfSave(const Logged& logged) {
+    const std::vector<std::string> all = logged.Messages();
+    const auto enter = std::find(all.begin(), all.end(), "SaveUIStateFile - Enter");
+    const auto exit = std::find(enter, all.end(), "SaveUIStateFile - Exit");
+    return {enter, exit == all.end() ? exit : exit + 1};
+}
+
+}  // namespace
 
 TEST_F(EcallUIDataState, AFileThatCannotBeOpenedLeavesTheChangeInMemory) {
     const Logged logged = LogOf([] {
@@ -282,7 +354,8 @@ TEST_F(EcallUIDataState, AFileThatCannotBeOpenedLeavesTheChangeInMemory) {
 
     EXPECT_THAT(State(), IsState(1, 0, 1));
     EXPECT_THAT(logged.system, ElementsAre("5 fopen ERROR"));
-    EXPECT_THAT(logged.Messages(), Contains("SaveUIStateFile - Exit"));
+    EXPECT_THAT(MessagesOfSave(logged), ElementsAre("SaveUIStateFile - Enter", "Crc16 - Enter", "Crc16 - Exit",
+                                                    "fopen ERROR", "SaveUIStateFile - Exit"));
 }
 
 TEST_F(EcallUIDataState, WritesThatFailAreSaidAndNotRepeated) {
@@ -298,6 +371,10 @@ TEST_F(EcallUIDataState, WritesThatFailAreSaidAndNotRepeated) {
     EXPECT_THAT(State(), IsState(1, 0, 1));
     EXPECT_THAT(logged.system, ElementsAre("5 Error writing the state structure in SaveState file",
                                            "5 Error writing crc in the SaveState file"));
+    EXPECT_THAT(MessagesOfSave(logged),
+                ElementsAre("SaveUIStateFile - Enter", "Crc16 - Enter", "Crc16 - Exit",
+                            "Error writing the state structure in SaveState file",
+                            "Error writing crc in the SaveState file", "SaveUIStateFile - Exit"));
 }
 
 TEST_F(EcallUIDataState, ShortWritesAreSaidEach) {
