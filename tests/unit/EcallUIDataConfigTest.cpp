@@ -120,7 +120,10 @@ class EcallUIDataConfig : public testing::Test {
         EcallUI_Configuration = EcallUIConfiguration();
         Remove(kConfigurationFile);
     }
-    ~EcallUIDataConfig() override { SetTraceFileSizing(2, 1024); }
+    ~EcallUIDataConfig() override {
+        EXPECT_EQ(0, XirMutexHoldCount());
+        SetTraceFileSizing(2, 1024);
+    }
 };
 
 /// Loads a content that must be refused: said so, defaults in force, file untouched.
@@ -481,9 +484,26 @@ TEST_F(EcallUIDataConfig, WithoutItsMutexTheDefaultsHold) {
     });
 
     EXPECT_EQ(10, EcallUI_Configuration.LedPwmPeriodMs);
-    EXPECT_THAT(logged.system, ElementsAre("5 (Cfg) Error :  pthread_mutex_timedlock : ret = 22 (Invalid argument) \n",
-                                           "5 ERROR Getting the mutex"));
-    EXPECT_THAT(logged.Messages(), Contains("Configuration of the application "));
+    const std::string notTaken = "(Cfg) Error :  pthread_mutex_timedlock : ret = 22 (Invalid argument) ";
+    EXPECT_THAT(logged.system, ElementsAre("5 " + notTaken + "\n", "5 ERROR Getting the mutex"));
+    std::vector<std::string> messages{"InitConfiguration - Enter", notTaken, "", "ERROR Getting the mutex"};
+    messages = Joined(messages, PrintOut(""));
+    messages = Joined(messages, {"InitConfiguration - Exit"});
+    EXPECT_THAT(logged.Messages(), ElementsAreArray(messages));
+}
+
+TEST_F(EcallUIDataConfig, WithoutItsMutexAMissingFileIsNotCreatedAndTheTraceGetsItsSizing) {
+    Load("{}");  // creates the mutex
+    Remove(kConfigurationFile);
+    Remove(kTraceFolder);
+    WriteFile(kTraceFile, std::string(1024, 'x'));
+    EcallUI_Configuration.MaxSizeOfTraceFileInKb = 1;
+
+    const CallFault fault("pthread_mutex_lock", EINVAL, {.exceptObject = &TraceMutex.mutex});
+    InitConfiguration();
+
+    EXPECT_EQ(std::nullopt, ReadFile(kConfigurationFile));
+    EXPECT_THAT(FilesIn(kTraceFolder), Contains("XirEcallUIappSrvc_traces_1.txt"));
 }
 
 // Saving.
@@ -497,6 +517,18 @@ TEST_F(EcallUIDataConfig, ASaveReplacesALongerFile) {
     EXPECT_EQ(DefaultFile(), ReadFile(kConfigurationFile));
     EXPECT_THAT(logged.Messages(),
                 ElementsAre("SaveConfiguration - Enter", "fill Json buffer", "SaveConfiguration - Exit"));
+}
+
+TEST_F(EcallUIDataConfig, ASaveTakesNoLockOfItsOwn) {
+    Load("{}");  // creates the mutex
+
+    const Logged logged = LogOf([] {
+        const CallFault fault("pthread_mutex_lock", EINVAL, {.exceptObject = &TraceMutex.mutex});
+        SaveConfiguration();
+        EXPECT_EQ(0, fault.Calls());
+    });
+
+    EXPECT_THAT(logged.system, IsEmpty());
 }
 
 TEST_F(EcallUIDataConfig, WhatIsSavedIsLoadedAgain) {
