@@ -18,6 +18,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -185,6 +186,35 @@ TEST(EcallSim, AServiceThatIsNotThereFails) {
     EXPECT_THAT(simulator.Text(), HasSubstr("/nowhere/service"));
 }
 
+TEST(EcallSim, AStoryThatIsTrueIsToldInAlignedRowsAndPasses) {
+    Simulator simulator(Output::Pipe, {"play", "bounce"});
+
+    EXPECT_EQ(0, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), StartsWith("bounce: the button bounces, and is only touched: no call\n\n"
+                                             "  time s      who      what (ok: this line was expected)\n"));
+    int expected = 0;
+    std::istringstream lines(simulator.Text());
+    std::string line;
+    while (std::getline(lines, line) && !line.starts_with("PASSED")) {
+        if (line.starts_with("  ") && !line.starts_with("  time s")) {
+            EXPECT_THAT(line, ContainsRegex("^ {1,3}[0-9]{1,3}\\.[0-9]{3}  (ok|  )  [a-z ]{8} [^ ]"));
+            expected += line.substr(10, 2) == "ok" ? 1 : 0;
+        }
+    }
+    EXPECT_THAT(line, ContainsRegex("^PASSED bounce: " + std::to_string(expected) +
+                                    " expected lines, all seen, in [0-9]+\\.[0-9] s$"));
+    EXPECT_LT(10, expected);
+}
+
+TEST(EcallSim, VerboseShowsTheJournalToo) {
+    Simulator simulator(Output::Pipe, {"play", "bounce", "--verbose"});
+
+    EXPECT_EQ(0, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), ContainsRegex("Read +/sys/class/ecall_gpio/ecall-nrqst/value"));
+}
+
 TEST(EcallSim, IsPlainInAPipe) {
     Simulator simulator(Output::Pipe, {"play", "crash", "--service", "/bin/true"});
     simulator.End();
@@ -210,6 +240,10 @@ TEST(EcallSim, IsPlainOnATerminalThatWantsNoColour) {
 TEST(EcallSim, CtrlCLeavesNothingBehind) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // whatever it leaves running becomes a child of this test
     const std::string mounts = Mounts();
+    std::string folder = testing::TempDir() + "ctrl-c-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(folder.data()));
+    ASSERT_EQ(0, chdir(folder.c_str()));
+    setenv("TMPDIR", folder.c_str(), 1);
     Simulator simulator(Output::Terminal, {"play", "crash"});
     ASSERT_TRUE(simulator.AwaitOutput("Crash!"));
 
@@ -219,6 +253,7 @@ TEST(EcallSim, CtrlCLeavesNothingBehind) {
     EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
     EXPECT_EQ(ECHILD, errno);
     EXPECT_EQ(mounts, Mounts());
+    EXPECT_EQ(0, rmdir(folder.c_str())) << "a file was left in " << folder;
 }
 
 TEST(EcallSim, AShellRunsInsideTheModule) {

@@ -57,6 +57,24 @@ TEST(Stories, ACallThatIsNeverTriggeredIsMissed) {
     EXPECT_THAT(stage.account, HasSubstr("    rpc: <- triggerEcall responsecode=0\n"));
 }
 
+TEST(Stories, AButtonThatCannotBeReadMakesNoCall) {
+    Stage stage;
+    stage.module.attributes.SetMissing(line::kButton);
+
+    EXPECT_FALSE(stage.Play("sos"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    rpc: -> triggerEcall automatic=0\n"));
+}
+
+TEST(Stories, AnAntennaThatIsNotSelectedForTheCallIsMissed) {
+    Stage stage;
+    stage.module.attributes.AddFault(line::kAntennaValue, Use::Write, Fault::Error(EIO).FromThe(3));
+
+    EXPECT_FALSE(stage.Play("crash"));
+
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    antenna: eCall antenna selected\n"));
+}
+
 TEST(Stories, ACallThatNobodyAskedForIsNoticed) {
     Stage stage;
     stage.module.SetSensor(SensorStatus::Emergency);
