@@ -9,6 +9,7 @@
 
 #include <array>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -242,8 +243,8 @@ TEST(EcallSim, CtrlCLeavesNothingBehind) {
     const std::string mounts = Mounts();
     std::string folder = testing::TempDir() + "ctrl-c-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(folder.data()));
-    ASSERT_EQ(0, chdir(folder.c_str()));
-    setenv("TMPDIR", folder.c_str(), 1);
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
     Simulator simulator(Output::Terminal, {"play", "crash"});
     ASSERT_TRUE(simulator.AwaitOutput("Crash!"));
 
@@ -253,6 +254,7 @@ TEST(EcallSim, CtrlCLeavesNothingBehind) {
     EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
     EXPECT_EQ(ECHILD, errno);
     EXPECT_EQ(mounts, Mounts());
+    std::filesystem::current_path(before);
     EXPECT_EQ(0, rmdir(folder.c_str())) << "a file was left in " << folder;
 }
 
