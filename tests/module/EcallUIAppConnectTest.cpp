@@ -24,6 +24,13 @@ Match IsTracedAs(std::string wholeMessage) {
     return match;
 }
 
+/// The bare file name shows that it is no report of a failure.
+Match IsSaidAs(std::string wholeMessage) {
+    Match match = IsTracedAs(std::move(wholeMessage));
+    match.subject = "EcallUIAppConnect.cpp";
+    return match;
+}
+
 Match IsInSyslogAs(std::string wholeMessage) {
     Match match = IsKind(Kind::Syslog);
     match.text = std::move(wholeMessage);
@@ -64,6 +71,7 @@ class EcallUIAppConnect : public testing::Test {
         journal.Await(IsInSyslogAs(message));
         const Entry traced = journal.Await(IsTracedAs(message));
         EXPECT_THAT(traced.bytes, HasSubstr("srvc_c/src/EcallUIAppConnect.cpp ("));
+        EXPECT_THAT(module.Service().Output(), Not(HasSubstr("InitGpio")));
     }
 
     Module module;
@@ -81,6 +89,20 @@ TEST_F(EcallUIAppConnect, AsksInThisOrder) {
     EXPECT_THAT(subscription.text, HasSubstr("18"));
     EXPECT_THAT(subscription.text, HasSubstr("EcallAppClient"));
     EXPECT_THAT(journal.Await(IsRpcRequest("getCfgParameter")).text, HasSubstr("AUDIO_CONFIG_NUMBER"));
+}
+
+TEST_F(EcallUIAppConnect, EachStepFollowsTheEndOfTheOneBefore) {
+    Start(1, 1);
+    AwaitStartUp();
+
+    const std::string trace = *module.root.ReadFile(file::kTrace);
+    std::size_t place = 0;
+    for (const char* step : {"cbCnt = 1 ", "SetGpioServiceState - exit",
+                             "Ecall & EcallUI are using the same audio micro configuration (1)", "InitGpio - Enter",
+                             "InitGpio - exit", "XirEcallapp_requestState ", "cbCnt = 3 "}) {
+        place = trace.find(step, place);
+        ASSERT_NE(std::string::npos, place) << step;
+    }
 }
 
 TEST_F(EcallUIAppConnect, SaysOnTheConsoleHowTheConnectionComesAbout) {
@@ -102,7 +124,7 @@ TEST_F(EcallUIAppConnect, AgreeingMicrophonesAreLeftAlone) {
         const uint64_t mark = journal.Mark();
         Start(source, source);
         journal.Await(
-            IsTracedAs("Ecall & EcallUI are using the same audio micro configuration (" + std::to_string(source) + ")"),
+            IsSaidAs("Ecall & EcallUI are using the same audio micro configuration (" + std::to_string(source) + ")"),
             mark);
         journal.AwaitCount(2, IsRpcRequest("requestState"), mark);
         EXPECT_EQ(0U, service.Requests(EcallMethod::SetCfgParameter));
@@ -132,7 +154,7 @@ TEST_P(EcallUIAppConnectDisagreement, IsSettledByWritingTheParameter) {
     Start(GetParam().configured, GetParam().used);
     AwaitStartUp();
 
-    EXPECT_EQ(1U, journal.Count(IsTracedAs(GetParam().message)));
+    EXPECT_EQ(1U, journal.Count(IsSaidAs(GetParam().message)));
     EXPECT_THAT(Requests(), ElementsAre("getIEcallAppVersion", "subscribe", "requestState", "getCfgParameter",
                                         "setCfgParameter", "requestState"));
     service.With([](EcallService& served) {
@@ -201,6 +223,14 @@ TEST_F(EcallUIAppConnect, AFailedPullLeavesNothingToHandOver) {
     EXPECT_EQ(1U, journal.Count(IsOnConsole("SetGpioServiceState - exit")));
 }
 
+TEST_F(EcallUIAppConnect, AStateThatComesWithABadResponsecodeCounts) {
+    service.Answer(EcallMethod::RequestState, {.code = 5});
+    Start(1, 1);
+    AwaitStartUp();
+
+    EXPECT_EQ(2U, journal.Count(IsTracedAs("service state    : TEcallappServiceState_Disabled (0) ")));
+}
+
 TEST_F(EcallUIAppConnect, ARefusedSubscriptionDoesNotStopTheStart) {
     service.Answer(EcallMethod::Subscribe, {.code = 1});
     Start(1, 1);
@@ -244,6 +274,8 @@ TEST_F(EcallUIAppConnect, AnUnwritableMicrophoneParameterEndsTheProcess) {
     Start(1, 0);
 
     ExpectEndWith("XirEcallapp_setCfgParameter error :  srvcResult = 4");
+    EXPECT_THAT(Requests(),
+                ElementsAre("getIEcallAppVersion", "subscribe", "requestState", "getCfgParameter", "setCfgParameter"));
 }
 
 }  // namespace

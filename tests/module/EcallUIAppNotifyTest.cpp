@@ -60,6 +60,13 @@ class EcallUIAppNotify : public testing::Test {
     std::vector<std::string> TraceOf(const EcallState& state) {
         return journal.Texts(IsKind(Kind::Trace), Notify(state));
     }
+    /// Of them, those of the unit under test. The bare file name shows that they are no reports of failures.
+    std::vector<std::string> FieldsOf(const EcallState& state) { return Fields(Notify(state)); }
+    std::vector<std::string> Fields(uint64_t mark) {
+        Match ofThisUnit = IsKind(Kind::Trace);
+        ofThisUnit.subject = "EcallUIAppNotify.cpp";
+        return journal.Texts(ofThisUnit, mark);
+    }
     size_t SelfTestReports() { return service.Requests(EcallMethod::UpdateSelfTestAllDevicesState); }
 
     Module module;
@@ -72,15 +79,13 @@ TEST_F(EcallUIAppNotify, EveryNotificationIsLoggedFieldByField) {
 
     const uint64_t mark = Notify({101, 1, 4, 5, 2, 1});
 
-    Match ofThisUnit = IsKind(Kind::Trace);
-    ofThisUnit.subject = "EcallUIAppNotify.cpp";
-    const auto texts = journal.Texts(ofThisUnit, mark);
-    EXPECT_THAT(texts, ElementsAre("cbCnt = 5 ", "service state    : TEcallappServiceState_ActiveAutomaticECall (101) ",
-                                   "network State    : TNetworkState_LimitedService (4) ",
-                                   "call State       : TEcallappCallState_Connected_Data_TransferingMsd (5) ",
-                                   "audio out State  : TAudioOutState_VoiceCall (2) ",
-                                   "self test State  : TSelfTestState_Failure (1) ",
-                                   "simProfileState State  : TSimProfileState_Glonass (1) "));
+    EXPECT_THAT(Fields(mark),
+                ElementsAre("cbCnt = 5 ", "service state    : TEcallappServiceState_ActiveAutomaticECall (101) ",
+                            "network State    : TNetworkState_LimitedService (4) ",
+                            "call State       : TEcallappCallState_Connected_Data_TransferingMsd (5) ",
+                            "audio out State  : TAudioOutState_VoiceCall (2) ",
+                            "self test State  : TSelfTestState_Failure (1) ",
+                            "simProfileState State  : TSimProfileState_Glonass (1) "));
     EXPECT_THAT(journal.Texts(IsKind(Kind::Trace), mark), Contains("SetGpioServiceState - Enter, serviceState = 101"));
 }
 
@@ -169,7 +174,9 @@ TEST_F(EcallUIAppNotify, EveryValueHasItsNameAndEveryOtherItsErrorLine) {
     StartUp();
 
     for (const Row& row : rows) {
-        EXPECT_THAT(TraceOf(row.state), Contains(row.line));
+        const auto fields = FieldsOf(row.state);
+        EXPECT_THAT(fields, Contains(row.line));
+        EXPECT_EQ(7U, fields.size());
     }
 }
 
@@ -193,9 +200,9 @@ const char* const kRepeated =
 TEST_F(EcallUIAppNotify, ASelfTestIsRequestedOnceForEachChangeIntoRequested) {
     StartUp();
 
-    EXPECT_THAT(TraceOf({3, 0, 5, 0, 0, 3}), Contains(kRequested));
+    EXPECT_THAT(FieldsOf({3, 0, 5, 0, 0, 3}), Contains(kRequested));
     EXPECT_TRUE(service.AwaitRequests(EcallMethod::UpdateSelfTestAllDevicesState, 1));
-    EXPECT_THAT(TraceOf({4, 0, 5, 0, 0, 3}), Contains(kRepeated));
+    EXPECT_THAT(FieldsOf({4, 0, 5, 0, 0, 3}), Contains(kRepeated));
     EXPECT_THAT(TraceOf({3, 0, 5, 0, 0, 0}), Contains("self test State  : TSelfTestState_Ok (0) "));
     EXPECT_EQ(1U, SelfTestReports());
     EXPECT_THAT(TraceOf({3, 0, 5, 0, 0, 3}), Contains(kRequested));
