@@ -62,6 +62,29 @@ TEST(TraceOfTheService, AFailureIsInTheSystemLogTooAndShowsItsWholeSourcePath) {
     EXPECT_EQ(LOG_USER | LOG_NOTICE, inSystemLog.result);
 }
 
+TEST(TraceOfTheService, OnlyWhatShowsItsWholeSourcePathIsInTheSystemLog) {
+    ServiceWorld world;
+    world.module.attributes.AddFault(world.module.Sensor("pwm_poll"), Use::Open, Fault::Error(EIO));
+    world.Start();
+    EXPECT_TRUE(world.IsCrashReported());
+    const uint64_t mark = world.module.journal.Mark();
+    world.peer.SetState({});
+    world.module.journal.Await(IsTraced("SetGpioServiceState - exit"), mark);
+
+    std::vector<std::string> failures;
+    std::vector<std::string> messages;
+    for (const Entry& entry : world.module.journal.All(IsKind(Kind::Trace))) {
+        const bool isFailure = entry.subject.find('/') != std::string::npos;
+        (isFailure ? failures : messages).push_back(entry.text);
+    }
+    EXPECT_GT(messages.size(), 100U);
+    std::vector<std::string> systemLog = world.SystemLog();
+    for (std::string& message : systemLog) {
+        message.erase(message.find_last_not_of('\n') + 1);  // some messages have a line end of their own
+    }
+    EXPECT_THAT(systemLog, testing::UnorderedElementsAreArray(failures));
+}
+
 TEST(TraceOfTheService, EveryConsoleLineEndsWithLineFeedAndReturn) {
     ServiceWorld world;
     world.Start();
@@ -105,6 +128,41 @@ TEST(TraceOfTheService, AFileThatGrowsTooLongIsPutAside) {
     EXPECT_LE(lastLine, 4096U);
     EXPECT_LE(world.module.root.ReadFile(file::kTrace).value_or("").size(), 4096U);
     EXPECT_FALSE(world.module.root.Exists("/var/logs/ecall/XirEcallUIappSrvc_traces_2.txt"));
+}
+
+namespace {
+
+constexpr size_t kDefaultLimit = size_t{1024} * 1024;
+
+/// The service says its banner, over a live file of this size, and ends before it loads its configuration.
+void SayBannerOver(Module& module, size_t size) {
+    module.root.WriteFile(file::kConfiguration, R"({"MaxSizeOfTraceFileInKb": 1, "NbTraceFileStored": 4})");
+    module.root.WriteFile(file::kTrace, std::string(size, 'x'));
+    module.root.WriteFile(kArchive, "earlier");
+    module.StartService({"-h"}).WaitForEnd();
+}
+
+}  // namespace
+
+TEST(TraceOfTheService, UntilTheConfigurationIsLoadedTheLimitIs1024KibAndOneArchiveIsKept) {
+    Module module;
+
+    SayBannerOver(module, kDefaultLimit);
+
+    EXPECT_FALSE(module.root.Exists(file::kTrace));
+    const std::string archive = module.root.ReadFile(kArchive).value();
+    EXPECT_EQ(std::string(kDefaultLimit, 'x'), archive.substr(0, kDefaultLimit));
+    EXPECT_THAT(archive, testing::EndsWith(": Start of ECALL UI (version=V0.22)\n"));
+    EXPECT_FALSE(module.root.Exists("/var/logs/ecall/XirEcallUIappSrvc_traces_2.txt"));
+}
+
+TEST(TraceOfTheService, UntilTheConfigurationIsLoadedAFileBelow1024KibIsNotPutAside) {
+    Module module;
+
+    SayBannerOver(module, kDefaultLimit - 200);
+
+    EXPECT_GT(module.root.ReadFile(file::kTrace).value().size(), kDefaultLimit - 200);
+    EXPECT_EQ("earlier", module.root.ReadFile(kArchive));
 }
 
 TEST(TraceOfTheService, WithNoFileKeptArchivesAreNamedByTheirTime) {
