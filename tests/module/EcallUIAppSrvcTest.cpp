@@ -1,6 +1,10 @@
 // The entry of the service: command line, order of start-up, main loop, self-test worker.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "ServiceWorld.h"
@@ -9,6 +13,7 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::SizeIs;
 using testing::StartsWith;
 
 namespace {
@@ -113,6 +118,31 @@ TEST(EcallUIAppSrvc, TheDebugMenuIsSaidAndTheServiceStarts) {
 
 // Start-up and main loop.
 
+namespace {
+
+/// The names of the service's threads, as the kernel shows them, sorted.
+std::vector<std::string> ThreadNames(const ModuleProcess& process) {
+    std::vector<std::string> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(process.Pid()) + "/task")) {
+        std::getline(std::ifstream(task.path() / "comm"), names.emplace_back());
+    }
+    std::sort(names.begin(), names.end());
+#ifdef __SANITIZE_THREAD__  // the sanitizer keeps a thread of its own under the name of the process
+    names.erase(std::find(names.begin(), names.end(), "XirEcallUIappSr"));
+#endif
+    return names;
+}
+
+/// The messages after the given one, once the main thread has come to its loop.
+std::vector<std::string> MessagesUntilSleep(ServiceWorld& world, const std::string& message) {
+    AwaitSleep(world.module.Service(), "XirEcallUIappSr");
+    std::vector<std::string> messages = world.TraceMessages();
+    messages.erase(messages.begin(), std::find(messages.begin(), messages.end(), message));
+    return messages;
+}
+
+}  // namespace
+
 TEST(EcallUIAppSrvc, StartUpGoesThroughItsStagesInOrder) {
     ServiceWorld world;
     world.Start();
@@ -133,6 +163,71 @@ TEST(EcallUIAppSrvc, StartUpGoesThroughItsStagesInOrder) {
          }) {
         after = world.module.journal.Await({.kind = Kind::Console, .contains = line}, after).seq + 1;
     }
+}
+
+TEST(EcallUIAppSrvc, WithoutPeersAndInputsTheServiceStageIsWholeAndInOrder) {
+    ServiceWorld world;
+    world.Configure(
+        R"("ConnectEcallService": false, "GpioInputPwm_ENS_Used": false, "GpioInputButton_nRQST_Used": false)");
+    world.module.root.WriteFile(file::kState, std::string("\x00\x00\x01\xBD\xDC", 5));
+
+    world.module.StartService();
+
+    EXPECT_THAT(MessagesUntilSleep(world, "InitConfiguration - Exit"),
+                ElementsAre("InitConfiguration - Exit",
+                            // The state.
+                            "GetUIStateFromSavedFile - Enter", "Crc16 - Enter", "Crc16 - Exit", "pEcallUIStateSaved : ",
+                            "EcallUIState : EcallAntennaSelected=0, EcallAntennaDetectionActivated=0, "
+                            "CanTriggerAutoEcall=1",
+                            "GetUIStateFromSavedFile - Exit",
+                            // The lines.
+                            "InitGpio - Enter", "gpio_05 selected", "gpio_05 configured as an output",
+                            "gpio_07 (ANT_SEL_GPIO) configured at lo level", "GpioAntWrite - Exit : ret = 0",
+                            "gpio_05 selected", "gpio_05 configured as an output",
+                            "gpio_05 (ANT_DET_CTL_GPIO) configured at lo level", "GpioAntWrite - Exit : ret = 0",
+                            StartsWith("SetUIStateAndUnlock - Enter, thread = 0x"),
+                            StartsWith("SetUIStateAndUnlock - Exit, thread = 0x"), "InitGpio - exit"));
+    EXPECT_THAT(ThreadNames(world.module.Service()), ElementsAre("SelfTest", "XirEcallUIappSr"));
+}
+
+TEST(EcallUIAppSrvc, TheServiceHasNoThreadButThoseItNames) {
+    ServiceWorld world;
+    world.Configure(R"("AudioRelayUsed": false)");
+    const auto areTheNamedOnes = ElementsAre("IEcallApp", "SelfTest", "Thread_GPIO_UEV", "XirEcallUIappSr");
+
+    world.Start();
+    AwaitSleep(world.module.Service(), "XirEcallUIappSr");
+    EXPECT_THAT(ThreadNames(world.module.Service()), areTheNamedOnes);
+
+    EXPECT_TRUE(world.IsCrashReported());
+    EXPECT_THAT(ThreadNames(world.module.Service()), areTheNamedOnes);
+}
+
+TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
+    ServiceWorld world;
+
+    world.Start();
+    AwaitSleep(world.module.Service(), "XirEcallUIappSr");
+    EXPECT_THAT(ThreadNames(world.module.Service()), SizeIs(5));
+
+    EXPECT_TRUE(world.IsCrashReported());
+    EXPECT_THAT(ThreadNames(world.module.Service()), SizeIs(5));
+}
+
+TEST(EcallUIAppSrvc, TheEventThreadStartsBeforeTheAntennaIsDriven) {
+    ServiceWorld world;
+    world.Configure(R"("ConnectEcallService": false)");
+    Journal& journal = world.module.journal;
+    std::atomic<bool> isStarted = false;
+    world.module.attributes.OnWrite(line::kAntennaNumber, [&](const std::string&) {
+        isStarted = isStarted || journal.WaitFor(IsOnConsole("Thread_GPIO_UEVNET - Enter"));
+    });
+
+    world.module.StartService();
+
+    world.AwaitReady();
+    journal.Await(IsOnConsole("InitGpio - exit"));
+    EXPECT_TRUE(isStarted);
 }
 
 TEST(EcallUIAppSrvc, TheMainThreadSleepsInStepsOf500Milliseconds) {
