@@ -590,6 +590,19 @@ TEST(EcallUIGpioEvent, PressThatLastsCalls) {
     EXPECT_EQ("1 0 1", StateFile(unit.module));  // a manual call disarms nothing
 }
 
+TEST(EcallUIGpioEvent, PressMustLastAsLongAsConfigured) {
+    Module module;
+    Configure(module, {{"ConnectEcallService", "false"}, {"EcallButtonPressMinimalTimeForTrigMs", "250"}});
+    StartPerforming(module, {"InitGpio", "stay"});
+    module.journal.Await(IsTraced("Wait for an event (blocking wait) "));
+    module.SetButton(true);
+
+    module.uevents.Send({"change@/devices/any", kPress});
+
+    module.journal.Await(IsTraced("==> Manual ecall activated"));
+    EXPECT_THAT(module.journal.Texts({.kind = Kind::Stderr, .contains = "slept "}), ElementsAre("slept 250 ms"));
+}
+
 TEST(EcallUIGpioEvent, PressLeavesAnAntennaThatIsSelected) {
     Unit unit;
     SaveState(unit.module, {.antennaSelected = true});
@@ -1079,58 +1092,86 @@ TEST(EcallUIGpioEvent, ProcessWithoutPrivilegeCannotForgeAnEvent) {
 
 // ---- Receiving and waiting that fail ----
 
-/// Starts the event thread in the probe, with one system call that will fail once, and sends it an event.
-Texts SaidAfterFailure(const std::string& failure) {
+constexpr char kWaiting[] = "Wait for an event (blocking wait) ";
+constexpr char kReady[] = "NbReadyDescriptor = 1 ";
+constexpr char kErrorSensor[] = "ecall-ens NO_EVENT_ERROR ==> error sensor";
+
+struct FailingCall {
+    const char* name;
+    std::string failure;  ///< as the probe takes it; it strikes the first call
+    Texts said;           ///< after the first wait began
+    Texts logged;         ///< what of that is in the system log too
+    bool goesOn;
+
+    friend void PrintTo(const FailingCall& call, std::ostream* out) { *out << call.name; }
+};
+
+class EcallUIGpioEventFailure : public testing::TestWithParam<FailingCall> {};
+
+TEST_P(EcallUIGpioEventFailure, OfACallIsSaid) {
     Module module;
     Configure(module, {{"ConnectEcallService", "false"}});
-    StartPerforming(module, {failure, "InitGpio", "stay"});
-    module.journal.Await(IsTraced("Wait for an event (blocking wait) "));
+    StartPerforming(module, {GetParam().failure, "InitGpio", "stay"});
+    module.journal.Await(IsTraced(kWaiting));
+
     module.uevents.Send({"change@/devices/any", "EVENT=SENSOR NOT DETECTED"});
     module.uevents.Send({"change@/devices/any", "EVENT=DTR ACTIVATED"});
-    module.journal.Await({.kind = Kind::Trace, .also = [](const Entry& entry) {
-                              return entry.text == "SetGpioEnableEcallLed - exit" ||
-                                     entry.text == "Thread_GPIO_UEVNET - exit";
-                          }});
-    return HardwareMessages(module);
+
+    Texts expected = GetParam().said;
+    if (GetParam().goesOn) {
+        const Texts ordinary = {kWaiting,
+                                kReady,
+                                "ecall-ens : sensor not detected (No PWM)",
+                                "ecall-ens AIRBAG_SENSOR_NOT_DETECTED => sensor not detected (No PWM)",
+                                kWaiting,
+                                kReady,
+                                "uevent_hdlr ==> DTR is activated",
+                                "xgold_serial usif2 DTR is activated "};
+        expected.insert(expected.end(), ordinary.begin(), ordinary.end());
+    }
+    module.journal.Await(IsTraced(expected.back()));
+    Texts said = module.journal.Texts({.kind = Kind::Trace, .also = [](const Entry& entry) {
+                                           return entry.subject.ends_with("EcallUIGpioEvent.cpp") &&
+                                                  !entry.text.starts_with("InitGpio");
+                                       }});
+    said.erase(said.begin(), std::ranges::find(said, kWaiting) + 1);
+    said.erase(std::ranges::find(said, expected.back()) + 1, said.end());
+    EXPECT_EQ(expected, said);
+    for (const std::string& message : GetParam().logged) {
+        module.journal.Await(IsInSyslog(message));
+    }
 }
 
-TEST(EcallUIGpioEvent, FailedReceptionIsAnErrorAndTheThreadGoesOn) {
-    EXPECT_THAT(SaidAfterFailure("fail recvmsg " + std::to_string(EIO)),
-                AllOf(IsSupersetOf({"uevent_hdlr: Error recvmsg: 5", "ecall-ens NO_EVENT_ERROR ==> error sensor"}),
-                      Contains("xgold_serial usif2 DTR is activated ")));
-}
-
-TEST(EcallUIGpioEvent, ReceptionThatWouldBlockIsAnExpectedError) {
-    EXPECT_THAT(SaidAfterFailure("fail recvmsg " + std::to_string(EAGAIN)),
-                AllOf(IsSupersetOf({"uevent_hdlr: Expected Error", "ecall-ens NO_EVENT_ERROR ==> error sensor"}),
-                      Not(Contains(HasSubstr("Error recvmsg"))), Contains("xgold_serial usif2 DTR is activated ")));
-}
-
-TEST(EcallUIGpioEvent, EndOfTheDataIsAnErrorAndTheThreadGoesOn) {
-    EXPECT_THAT(SaidAfterFailure("fail recvmsg " + std::to_string(ENODATA)),
-                AllOf(IsSupersetOf({"uevent_hdlr: lcm_uevent_hdlr: EOF", "ecall-ens NO_EVENT_ERROR ==> error sensor"}),
-                      Contains("xgold_serial usif2 DTR is activated ")));
-}
-
-TEST(EcallUIGpioEvent, InterruptedWaitIsTakenUpAgain) {
-    EXPECT_THAT(SaidAfterFailure("fail select " + std::to_string(EINTR)),
-                AllOf(Contains("select() error == EINTR"), Contains("xgold_serial usif2 DTR is activated "),
-                      Not(Contains("Thread_GPIO_UEVNET - exit"))));
-}
-
-TEST(EcallUIGpioEvent, WaitThatEndsWithoutTheSocketReadyIsAnError) {
-    EXPECT_THAT(SaidAfterFailure("fail select " + std::to_string(ENODATA)),
-                AllOf(IsSupersetOf({"NbReadyDescriptor = 0 ", "ecall-ens NO_EVENT_ERROR ==> error sensor"}),
-                      Contains("xgold_serial usif2 DTR is activated ")));
-}
-
-TEST(EcallUIGpioEvent, WaitThatFailsForGoodEndsTheThread) {
-    const Texts said = SaidAfterFailure("fail select " + std::to_string(ENOMEM));
-
-    ASSERT_GE(said.size(), 3U);
-    EXPECT_THAT(Texts(said.end() - 3, said.end()),  // the empty line is the message's own line end
-                ElementsAre("select() error Cannot allocate memory", "", "Thread_GPIO_UEVNET - exit"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    All, EcallUIGpioEventFailure,
+    testing::Values(
+        FailingCall{"Reception",
+                    "fail recvmsg " + std::to_string(EIO),
+                    {kReady, "uevent_hdlr: Error recvmsg: 5", kErrorSensor},
+                    {"uevent_hdlr: Error recvmsg: 5", kErrorSensor},
+                    true},
+        FailingCall{"ReceptionThatWouldBlock",
+                    "fail recvmsg " + std::to_string(EAGAIN),
+                    {kReady, "uevent_hdlr: Expected Error", kErrorSensor},
+                    {"uevent_hdlr: Expected Error"},
+                    true},
+        FailingCall{"EndOfTheData",
+                    "fail recvmsg " + std::to_string(ENODATA),
+                    {kReady, "uevent_hdlr: lcm_uevent_hdlr: EOF", kErrorSensor},
+                    {"uevent_hdlr: lcm_uevent_hdlr: EOF"},
+                    true},
+        FailingCall{"InterruptedWait", "fail select " + std::to_string(EINTR), {"select() error == EINTR"}, {}, true},
+        FailingCall{"WaitWithoutTheSocketReady",
+                    "fail select " + std::to_string(ENODATA),
+                    {"NbReadyDescriptor = 0 ", kErrorSensor},
+                    {kErrorSensor},
+                    true},
+        FailingCall{"WaitForGood",
+                    "fail select " + std::to_string(ENOMEM),
+                    {"select() error Cannot allocate memory", "Thread_GPIO_UEVNET - exit"},
+                    {"select() error Cannot allocate memory\n"},
+                    false}),
+    [](const auto& tested) { return tested.param.name; });
 
 // ---- The sensor's error report ----
 
