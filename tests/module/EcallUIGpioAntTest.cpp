@@ -65,6 +65,7 @@ TEST(EcallUIGpioAnt, OtherLinesAreRefused) {
     EXPECT_THAT(performed.results, ElementsAre("GpioAntWrite 6 1 = 1 detection 0 selected 0"));
     EXPECT_THAT(module.journal.All(IsKind(Kind::Open)), IsEmpty());
     EXPECT_THAT(performed.messages, ElementsAre("GpioAntWrite : bad Gpio (6)"));
+    module.journal.Await(IsInSyslog("GpioAntWrite : bad Gpio (6)"));
     EXPECT_EQ("GpioAntWrite : bad Gpio (6)", module.journal.Await(IsKind(Kind::Syslog)).text);
 }
 
@@ -233,6 +234,7 @@ TEST(EcallUIGpioAnt, OtherInputsDoNotExist) {
     EXPECT_THAT(performed.results, ElementsAre("AdcRead 0 = -1", "AdcRead 4 = -1"));
     EXPECT_THAT(performed.messages, ElementsAre("AdcRead - Enter : adc = 0", "AdcRead ERROR - adc = 0",
                                                 "AdcRead - Enter : adc = 4", "AdcRead ERROR - adc = 4"));
+    module.journal.Await(IsInSyslog("AdcRead ERROR - adc = 4"));
     EXPECT_EQ("AdcRead ERROR - adc = 0", module.journal.Await(IsKind(Kind::Syslog)).text);
 }
 
@@ -251,6 +253,11 @@ TEST(EcallUIGpioAnt, InputThatIsMissingOrBrokenIsSaidSo) {
                             ", errno = Input/output error",
                             "AdcRead - Exit : filename : "
                             "/sys/bus/iio/devices/iio:device0/out_temp_systemp2_raw : StrValue = ,ValRet=-1"));
+    EXPECT_EQ("Unable to open /sys/bus/iio/devices/iio:device0/out_temp_battemp1_raw pin value file\n",
+              module.journal.Await(IsInSyslog("battemp1_raw")).text);
+    EXPECT_EQ("Unable to read adc value : NbByteRead =-1\n, errno = Input/output error",
+              module.journal.Await(IsInSyslog("adc value")).text);
+    EXPECT_EQ("read", module.journal.Await(IsOpened(line::kAdc2)).text);
     EXPECT_EQ("Unable to open /sys/bus/iio/devices/iio:device0/out_temp_battemp1_raw pin value file\n",
               module.journal.Await(IsKind(Kind::Syslog)).text);
     module.journal.Await(IsInSyslog("Unable to read adc value : NbByteRead =-1\n, errno = Input/output error"));
