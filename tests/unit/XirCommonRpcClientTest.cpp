@@ -445,6 +445,23 @@ TEST_F(XirCommonRpcClient, PausesBetweenAttemptsDoubleUpToASecond) {
     }
 }
 
+TEST_F(XirCommonRpcClient, AConnectionThatLivedForASecondBeginsThePausesAnew) {
+    constexpr int kDrops = 5;  // the next pause would be the longest
+    for (int index = 0; index < kDrops; ++index) {
+        ASSERT_NO_FATAL_FAILURE(Accept());
+        peer.Close();
+    }
+    ASSERT_NO_FATAL_FAILURE(Accept());
+    ASSERT_TRUE(client.opened.Wait(kDrops + 1));
+    std::this_thread::sleep_for(milliseconds{1000});
+
+    const auto lost = steady_clock::now();
+    peer.Close();
+    ASSERT_NO_FATAL_FAILURE(Accept());
+
+    EXPECT_LT(steady_clock::now() - lost, kXirLongestBackOff * 3 / 4);
+}
+
 TEST_F(XirCommonRpcClient, OpenedAndClosedAreReportedForEachConnection) {
     Connect();
     EXPECT_NE(0, xir_common_rpc_client_is_connected(client.client));

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "XirCommonRpcWorld.h"
@@ -36,6 +37,20 @@ TEST_F(XirCommonRpc, ACallOverTcpBringsTheAnswer) {
     ASSERT_TRUE(client.WaitConnected());
 
     EXPECT_EQ(0, CallTrigger(client));
+}
+
+TEST_F(XirCommonRpc, ClientAndServerLiveOnTheThreadsOfTheirUser) {
+    const auto threads = [] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    };
+    const auto before = threads();
+    Server server(kFile, path);
+    Client client(kFile, path);
+    ASSERT_TRUE(client.WaitConnected());
+    ASSERT_EQ(0, CallSubscribe(client));
+
+    EXPECT_EQ(before + 2, threads());
 }
 
 TEST_F(XirCommonRpc, ASubscriberIsNotified) {

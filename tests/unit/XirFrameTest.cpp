@@ -77,6 +77,29 @@ TEST(XirFrame, ARequestIsTwelveBytesOfHeaderAndThePackedMessage) {
                             0x08, 0x01));  // automatic = true
 }
 
+TEST(XirFrame, TheExamplesOfTheDocumentAreTheseBytes) {
+    Com__Vantu__Ecallapp__TriggerEcallRequest request = COM__VANTU__ECALLAPP__TRIGGER_ECALL_REQUEST__INIT;
+    request.automatic = 1;
+    EXPECT_EQ((Bytes{0x02, 0, 0, 0, 0, 0, 0x01, 0, 0x2a, 0, 0, 0, 0x08, 0x01}),
+              Serialize(kTriggerEcall, kRequest, 0, 42, &request.base));
+
+    const Com__Vantu__Ms__Protobuf__VoidResponse reply = COM__VANTU__MS__PROTOBUF__VOID_RESPONSE__INIT;
+    EXPECT_EQ((Bytes{0x02, 0, 0, 0, 0, 0, 0, 0, 0x2a, 0, 0, 0, 0x08, 0x00}),
+              Serialize(kTriggerEcall, kReply, 0, 42, &reply.base));
+
+    Com__Vantu__Ecallapp__TEcallappState state = COM__VANTU__ECALLAPP__TECALLAPP_STATE__INIT;
+    state.servicestate = COM__VANTU__ECALLAPP__TECALLAPP_SERVICE_STATE__TEcallappServiceState_ActiveAutomaticECall;
+    state.networkstate = COM__VANTU__ECALLAPP__TNETWORK_STATE__TNetworkState_CsFullService;
+    state.callstate = COM__VANTU__ECALLAPP__TECALLAPP_CALL_STATE__TEcallappCallState_Connected_Voice;
+    state.audiooutstate = COM__VANTU__ECALLAPP__TAUDIO_OUT_STATE__TAudioOutState_VoiceCall;
+    state.selfteststate = COM__VANTU__ECALLAPP__TSELF_TEST_STATE__TSelfTestState_Unknown;
+    Com__Vantu__Ecallapp__NotifyNotifyStateUpdate update = COM__VANTU__ECALLAPP__NOTIFY_NOTIFY_STATE_UPDATE__INIT;
+    update.ecallappstate = &state;
+    EXPECT_EQ((Bytes{0x0e, 0,    0,    0,    0x12, 0,    0x02, 0,    0,    0,    0,    0,    0x12,
+                     0x0c, 0x08, 0x65, 0x10, 0x00, 0x18, 0x05, 0x20, 0x03, 0x28, 0x02, 0x30, 0x02}),
+              Serialize(kNotifyState, kNotification, 0, 0, &update.base));
+}
+
 TEST(XirFrame, AReplyWithAStatusHasNoPayload) {
     EXPECT_THAT(Serialize(0x0102, kReply, XIR_COMMON_RPC_STATUS_REFUSED, 7, nullptr),
                 ElementsAre(0, 0, 0, 0, 0x02, 0x01, 0, 3, 7, 0, 0, 0));
