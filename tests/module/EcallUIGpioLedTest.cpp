@@ -101,6 +101,16 @@ TEST(EcallUIGpioLed, OnlyFailuresReachTheSystemLog) {
     EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open pwm led enable file"));
 }
 
+TEST(EcallUIGpioLed, LedThatIsNotUsedIsNoFailure) {
+    Module module;
+    Configure(module, {{"GpioOutputLed_CNTL_Used", "false"}});
+
+    Perform(module, {"SetGpioEcallLed 10 90 0 1000", "SetGpioEnableEcallLed 1", "GpioRead 77"});
+
+    module.journal.Await(IsInSyslog("Unable to open"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open 77 pin value file\n"));
+}
+
 TEST(EcallUIGpioLed, NothingStaysOpen) {
     Module module;
     module.attributes.AddFault(module.Led("enable"), Use::Open, Fault::Error(EACCES).Once());

@@ -196,6 +196,16 @@ TEST(EcallUIGpioRelay, OnlyFailuresReachTheSystemLog) {
     EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open 77 pin value file\n"));
 }
 
+TEST(EcallUIGpioRelay, RelayThatIsNotUsedIsNoFailure) {
+    Module module;
+    UseScriptOnly(module);
+
+    Perform(module, {"ControlAudioRelay 1", "TimerAudioRelay 1", "GpioRead 77"});
+
+    module.journal.Await(IsInSyslog("Unable to open"));
+    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)), ElementsAre("Unable to open 77 pin value file\n"));
+}
+
 TEST(EcallUIGpioRelay, TimerIsTriedAgainAfterAFailure) {
     Module module;
     UseAnalogMicrophone(module);

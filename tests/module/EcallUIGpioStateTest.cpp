@@ -152,14 +152,16 @@ TEST(EcallUIGpioState, OutputThatFailsDoesNotStopTheOthers) {
 }
 
 TEST(EcallUIGpioState, OnlyFailuresReachTheSystemLog) {
-    Module module;
-    Configure(module, {{"EcallMicrophoneSource", "0"}});
+    for (const char* const isLockUsed : {"true", "false"}) {
+        Module module;
+        Configure(module, {{"EcallMicrophoneSource", "0"}, {"GpioOutputNlock_Used", isLockUsed}});
 
-    Perform(module, {"SetGpioServiceState 100 2", "SetGpioServiceState 3 0", "SetGpioServiceState 50 0"});
+        Perform(module, {"SetGpioServiceState 100 2", "SetGpioServiceState 3 0", "SetGpioServiceState 50 0"});
 
-    module.journal.Await(IsInSyslog("bad parameter"));
-    EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)),
-                ElementsAre("SetGpioServiceState - bad parameter: serviceState = 50"));
+        module.journal.Await(IsInSyslog("bad parameter"));
+        EXPECT_THAT(module.journal.Texts(IsKind(Kind::Syslog)),
+                    ElementsAre("SetGpioServiceState - bad parameter: serviceState = 50"));
+    }
 }
 
 TEST(EcallUIGpioState, EveryCallSelectsTheAntenna) {
@@ -366,13 +368,15 @@ TEST(EcallUIGpioState, StateThatDoesNotExistIsOnlySaidAndRemembered) {
     const uint64_t unknown = unit.Notify(50, kVoice);
     const uint64_t again = unit.Notify(50, kVoice);
     const uint64_t unknownAudio = unit.Notify(50, kMuted);
+    const uint64_t audioAgain = unit.Notify(50, kMuted);
     const uint64_t idle = unit.Notify(3, kMuted);
 
     EXPECT_THAT(unit.journal.All(IsKind(Kind::Open), unknown, idle), IsEmpty());
     const Match isBadParameter = IsTraced("SetGpioServiceState - bad parameter: serviceState = 50");
     EXPECT_EQ(1U, unit.journal.Count(isBadParameter, unknown, again));
     EXPECT_EQ(0U, unit.journal.Count(isBadParameter, again, unknownAudio));
-    EXPECT_EQ(1U, unit.journal.Count(isBadParameter, unknownAudio, idle));
+    EXPECT_EQ(1U, unit.journal.Count(isBadParameter, unknownAudio, audioAgain));
+    EXPECT_EQ(0U, unit.journal.Count(isBadParameter, audioAgain, idle));
     unit.journal.Await(IsInSyslog("SetGpioServiceState - bad parameter: serviceState = 50"));
     EXPECT_THAT(unit.journal.Texts(IsKind(Kind::Console)),
                 Contains("SetGpioServiceState - bad parameter: serviceState = 50"));

@@ -166,12 +166,15 @@ TEST(EcallUIGpio, LongestPathThatIsKept) {
     const std::string tooLong = "/sys/devices/vantu_pwm_led." + std::string(101, 't');
     Module module({.devices = {.sensor = kept, .led = tooLong}});
 
-    const Performed performed = Perform(module, {"GpioGetDevicePath 5 128", "GpioGetDevicePath 5 128",
-                                                 "GpioGetDevicePath 13 200", "GpioGetDevicePath 13 127"});
+    const Performed performed =
+        Perform(module, {"GpioGetDevicePath 5 128", "GpioGetDevicePath 5 128", "GpioGetDevicePath 5 127",
+                         "GpioGetDevicePath 13 200", "GpioGetDevicePath 13 128", "GpioGetDevicePath 13 127"});
 
     EXPECT_THAT(performed.results,
                 ElementsAre("GpioGetDevicePath 5 128 = 0 " + kept, "GpioGetDevicePath 5 128 = 0 " + kept,
-                            "GpioGetDevicePath 13 200 = 0 " + tooLong, "GpioGetDevicePath 13 127 = -1 untouched"));
+                            "GpioGetDevicePath 5 127 = -1 untouched", "GpioGetDevicePath 13 200 = 0 " + tooLong,
+                            "GpioGetDevicePath 13 128 = 0 " + tooLong.substr(0, 127),
+                            "GpioGetDevicePath 13 127 = -1 untouched"));
 }
 
 TEST(EcallUIGpio, ThreadsMayLookForADeviceAtOnce) {
