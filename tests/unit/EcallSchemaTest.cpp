@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -118,30 +119,32 @@ const Rows kMessages = {
      "1 responsecode uint32, 2 major uint32, 3 minor uint32, 4 name string"},
 };
 
-const std::vector<std::string> kMethods = {
-    "triggerEcall: TriggerEcallRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "userRequestCancelEcall: UserRequestCancelEcallRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "DisconnectEcall: DisconnectEcallRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "updateVehicleConfig: UpdateVehicleConfigRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "updateVehicleState: UpdateVehicleStateRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "getSelfTestAllDevicesState: GetSelfTestAllDevicesStateRequest -> GetSelfTestAllDevicesStateResponse",
-    "updateSelfTestAllDevicesState: UpdateSelfTestAllDevicesStateRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "updateGnssLocation: UpdateGnssLocationRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "requestState: RequestStateRequest -> RequestStateResponse",
-    "getCfgParameter: GetCfgParameterRequest -> GetCfgParameterResponse",
-    "setCfgParameter: SetCfgParameterRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "getGnssLocationHistory: GetGnssLocationHistoryRequest -> GetGnssLocationHistoryResponse",
-    "getMsdHistory: GetMsdHistoryRequest -> GetMsdHistoryResponse",
-    "switchToTestMode: SwitchToTestModeRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "switchFromTestMode: SwitchFromTestModeRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "getOperatingMode: GetOperatingModeRequest -> GetOperatingModeResponse",
-    "getSimInfo: GetSimInfoRequest -> GetSimInfoResponse",
-    "getVersion: GetVersionRequest -> GetVersionResponse",
-    "notifyNotifyState: com.vantu.ms.protobuf.VoidResponse -> NotifyNotifyStateUpdate",
-    "subscribe: com.vantu.ms.protobuf.SubscribeRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "unsubscribe: com.vantu.ms.protobuf.SubscribeRequest -> com.vantu.ms.protobuf.VoidResponse",
-    "getIEcallAppVersion: com.vantu.ms.protobuf.GetRemoteVersionRequest -> "
-    "com.vantu.ms.protobuf.GetRemoteVersionResponse",
+/// Name, input and output, in the order of their indices.
+using Method = std::array<std::string, 3>;
+const std::vector<Method> kMethods = {
+    {"triggerEcall", "TriggerEcallRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"userRequestCancelEcall", "UserRequestCancelEcallRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"DisconnectEcall", "DisconnectEcallRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"updateVehicleConfig", "UpdateVehicleConfigRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"updateVehicleState", "UpdateVehicleStateRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"getSelfTestAllDevicesState", "GetSelfTestAllDevicesStateRequest", "GetSelfTestAllDevicesStateResponse"},
+    {"updateSelfTestAllDevicesState", "UpdateSelfTestAllDevicesStateRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"updateGnssLocation", "UpdateGnssLocationRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"requestState", "RequestStateRequest", "RequestStateResponse"},
+    {"getCfgParameter", "GetCfgParameterRequest", "GetCfgParameterResponse"},
+    {"setCfgParameter", "SetCfgParameterRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"getGnssLocationHistory", "GetGnssLocationHistoryRequest", "GetGnssLocationHistoryResponse"},
+    {"getMsdHistory", "GetMsdHistoryRequest", "GetMsdHistoryResponse"},
+    {"switchToTestMode", "SwitchToTestModeRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"switchFromTestMode", "SwitchFromTestModeRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"getOperatingMode", "GetOperatingModeRequest", "GetOperatingModeResponse"},
+    {"getSimInfo", "GetSimInfoRequest", "GetSimInfoResponse"},
+    {"getVersion", "GetVersionRequest", "GetVersionResponse"},
+    {"notifyNotifyState", "com.vantu.ms.protobuf.VoidResponse", "NotifyNotifyStateUpdate"},
+    {"subscribe", "com.vantu.ms.protobuf.SubscribeRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"unsubscribe", "com.vantu.ms.protobuf.SubscribeRequest", "com.vantu.ms.protobuf.VoidResponse"},
+    {"getIEcallAppVersion", "com.vantu.ms.protobuf.GetRemoteVersionRequest",
+     "com.vantu.ms.protobuf.GetRemoteVersionResponse"},
 };
 
 /// Names of the service's own package are shown without it.
@@ -218,11 +221,10 @@ TEST(EcallSchema, MessagesHaveTheseFieldsAndAllAreRequired) {
 }
 
 TEST(EcallSchema, MethodsHaveTheseIndices) {
-    std::vector<std::string> methods;
+    std::vector<Method> methods;
     for (unsigned index = 0; index < kService.n_methods; ++index) {
         const ProtobufCMethodDescriptor& method = kService.methods[index];
-        methods.push_back(std::string(method.name) + ": " + Short(method.input->name) + " -> " +
-                          Short(method.output->name));
+        methods.push_back({method.name, Short(method.input->name), Short(method.output->name)});
     }
 
     EXPECT_STREQ("com.vantu.ecallapp.IEcallApp", kService.name);
