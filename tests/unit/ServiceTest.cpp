@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,7 @@ void LogToSystem(int priority, const char* format, va_list arguments) {
     vsnprintf(line + start, sizeof line - static_cast<size_t>(start) - 1, format, arguments);
     const std::string record = std::string(line) + '\0';
     EXPECT_EQ(static_cast<ssize_t>(record.size()), write(SystemLogFile(), record.data(), record.size()));
+    errno = ECONNREFUSED;  // as the C library leaves it when no system log listens
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -144,6 +145,18 @@ TEST(Trace, EveryOutputSeesTheErrnoOfTheCallAndLeavesIt) {
     EXPECT_EQ("Bad message\n\r", logged.console);
     EXPECT_THAT(logged.system, testing::Contains("5 Bad message"));
     mkdir("/var/logs", 0755);
+}
+
+TEST(Trace, AnOutputThatFailsDoesNotChangeWhatTheNextOnesSay) {
+    const Ended ended = EndOf([] {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        close(STDOUT_FILENO);
+        errno = EBADMSG;
+        EcallUITraceError("%s", strerror(errno));
+    });
+
+    EXPECT_THAT(ended.logged.system, ElementsAre("5 Bad message"));
+    EXPECT_THAT(ended.logged.Messages(), ElementsAre("Bad message"));
 }
 
 TEST(Trace, ALongLineIsCutAt511Characters) {
@@ -435,6 +448,16 @@ TEST_F(TraceFiles, ALiveFileThatCannotBePutAsideIsSaid) {
     EXPECT_EQ(std::string("rename 2 ") + kTraceFile + " to " + Archive(1) + " error : Is a directory\n",
               logged.console);
     EXPECT_THAT(logged.system, IsEmpty());
+}
+
+TEST_F(TraceFiles, AnEmptyFolderInTheArchivesPlaceIsRemoved) {
+    FillForRotation(2, {});
+    ASSERT_EQ(0, mkdir(Archive(1).c_str(), 0755));
+
+    SaveLine("line\n");
+
+    EXPECT_THAT(*ReadFile(Archive(1)), StartsWith("xxx"));
+    EXPECT_THAT(FilesIn(kTraceFolder), SizeIs(1));
 }
 
 TEST_F(TraceFiles, AFullDiskStillPutsTheLiveFileAside) {
