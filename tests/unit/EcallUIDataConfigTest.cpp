@@ -320,7 +320,7 @@ TEST_F(EcallUIDataConfig, JsonThatIsNoObjectHasNoKeys) {
 }
 
 TEST_F(EcallUIDataConfig, WhiteSpaceMaySurroundTheObject) {
-    const Logged logged = Load(" \t\r\n{\"LedPwmPeriodMs\": 11}\n\n ");
+    const Logged logged = Load(" \t\r\n{\"LedPwmPeriodMs\": 11}\n\r\t ");
 
     EXPECT_EQ(11, EcallUI_Configuration.LedPwmPeriodMs);
     EXPECT_THAT(logged.system, IsEmpty());
