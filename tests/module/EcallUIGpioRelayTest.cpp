@@ -108,6 +108,16 @@ TEST(EcallUIGpioRelay, RelayAskedForWhileItsSwitchOffIsUnderWayStaysOn) {
     EXPECT_EQ("1", RelayWrites(module).back());
 }
 
+TEST(EcallUIGpioRelay, ExpiryThatAnOnHasOvertakenLeavesTheRelayOn) {
+    Module module;
+    UseAnalogMicrophone(module);
+
+    const Performed performed = Perform(module, {"ControlAudioRelay 0", "ControlAudioRelay 1", "RelayTimer_callback"});
+
+    EXPECT_EQ("RelayTimer_callback: sig = 0 => switch off the audio relay", performed.messages.back());
+    EXPECT_THAT(RelayWrites(module), ElementsAre("1"));
+}
+
 TEST(EcallUIGpioRelay, OffWithinTheDelayBeginsItAnew) {
     Module module;
     UseAnalogMicrophone(module);

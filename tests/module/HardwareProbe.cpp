@@ -281,6 +281,7 @@ const std::map<std::string, Operation>& Operations() {
         {"SetGpioEnableEcallLed", [](const Words& w) { return Text(SetGpioEnableEcallLed(Byte(w[1]))); }},
         {"ControlAudioRelay", done([](const Words& w) { ControlAudioRelay(Byte(w[1]) != 0); })},
         {"TimerAudioRelay", done([](const Words& w) { TimerAudioRelay(Byte(w[1]) != 0); })},
+        {"RelayTimer_callback", done([](const Words&) { RelayTimer_callback({}); })},
         {"GpioAntWrite", [](const Words& w) { return DriveAntenna(Number(w[1]), Byte(w[2])); }},
         {"DriveAntennaLine", [](const Words& w) { return Text(DriveAntennaLine(Number(w[1]), Byte(w[2]))); }},
         {"AdcRead", [](const Words& w) { return Text(AdcRead(Number(w[1]))); }},
