@@ -57,6 +57,19 @@ TEST(EcallUIGpioDtr, DtrThatIsNotWatchedIsNotRead) {
     EXPECT_THAT(module.journal.All(IsOpened(line::kDtr)), IsEmpty());
 }
 
+TEST(EcallUIGpioDtr, AnythingButOneIsNotWatchedAndAnythingButZeroIsNotAsserted) {
+    for (const auto& [enable, dtr] :
+         {std::pair{"2\n", "0\n"}, {"\n", "0\n"}, {" 1\n", "0\n"}, {"1\n", "2\n"}, {"1\n", "\n"}}) {
+        Module module;
+        SetDtr(module, enable, dtr);
+
+        const Performed performed = Perform(module, {"ReadDtrStatus"});
+
+        EXPECT_THAT(performed.results, ElementsAre("ReadDtrStatus = 0")) << enable << dtr;
+        EXPECT_THAT(performed.messages, ElementsAre("DTR is disabled ")) << enable << dtr;
+    }
+}
+
 TEST(EcallUIGpioDtr, OnlyTheFirstCharactersCount) {
     Module module;
     SetDtr(module, "1234567890123456789012345\n", "0123456789012345678901234\n");

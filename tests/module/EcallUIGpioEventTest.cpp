@@ -407,6 +407,7 @@ TEST(EcallUIGpioEvent, AntennaThatIsSelectedIsNotSelectedAgain) {
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall));
     EXPECT_THAT(AntennaWrites(unit, mark), IsEmpty());
+    EXPECT_EQ(1U, unit.journal.Count(IsTraced("SetUIStateAndUnlock - Enter"), mark));  // to disarm
 }
 
 TEST(EcallUIGpioEvent, CallIsRequestedEvenIfTheAntennaCannotBeSelected) {

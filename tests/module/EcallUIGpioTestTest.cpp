@@ -193,7 +193,7 @@ TEST(EcallUIGpioTest, SensorThatNeverAnswersFailsAfterFiveWaits) {
     World world;
     std::size_t reads = 0;
     world.module.attributes.OnRead(world.module.Sensor("pwm_status"), [&reads] {
-        return std::string(std::array{"0\n", "1\n", "4\n", "9\n", "0\n"}.at(reads++));
+        return std::string(std::array{"0\n", "1\n", "4\n", "9\n", "0\n"}.at(reads++ % 5));
     });
 
     const Texts messages = world.RunSelfTest();
