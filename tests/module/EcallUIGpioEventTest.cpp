@@ -1071,8 +1071,8 @@ std::vector<int> Forge(uint32_t servicePort) {
     EXPECT_EQ(0, syscall(SYS_capset, &header, none));
     const int forger = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
     const std::string datagram(kForged, sizeof kForged);
-    const std::vector<int> errors = {SendTo(forger, 0, 1, datagram), SendTo(forger, servicePort, 0, datagram),
-                                     SendTo(forger, servicePort, 1, datagram), AskKernel(forger)};
+    std::vector<int> errors = {SendTo(forger, 0, 1, datagram), SendTo(forger, servicePort, 0, datagram),
+                               SendTo(forger, servicePort, 1, datagram), AskKernel(forger)};
     close(forger);
     return errors;
 }
