@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 
 #include "ServiceWorld.h"
@@ -12,6 +12,7 @@
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsSupersetOf;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
@@ -214,20 +215,20 @@ TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
     EXPECT_THAT(ThreadNames(world.module.Service()), SizeIs(5));
 }
 
-TEST(EcallUIAppSrvc, TheEventThreadStartsBeforeTheAntennaIsDriven) {
+TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {
     ServiceWorld world;
     world.Configure(R"("ConnectEcallService": false)");
-    Journal& journal = world.module.journal;
-    std::atomic<bool> isStarted = false;
-    world.module.attributes.OnWrite(line::kAntennaNumber, [&](const std::string&) {
-        isStarted = isStarted || journal.WaitFor(IsOnConsole("Thread_GPIO_UEVNET - Enter"));
-    });
+    std::promise<void> looked;
+    // The main thread's first write is held until the test has looked.
+    world.module.attributes.OnWrite(line::kAntennaNumber,
+                                    [isOver = looked.get_future().share()](const std::string&) { isOver.wait(); });
 
     world.module.StartService();
 
+    EXPECT_TRUE(world.module.journal.WaitFor(IsOnConsole("Thread_GPIO_UEVNET - Enter")));
+    EXPECT_THAT(ThreadNames(world.module.Service()), IsSupersetOf({"SelfTest", "Thread_GPIO_UEV"}));
+    looked.set_value();
     world.AwaitReady();
-    journal.Await(IsOnConsole("InitGpio - exit"));
-    EXPECT_TRUE(isStarted);
 }
 
 TEST(EcallUIAppSrvc, TheMainThreadSleepsInStepsOf500Milliseconds) {
