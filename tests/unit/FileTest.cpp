@@ -187,19 +187,21 @@ TEST_F(File, ACloseThatFailsIsAnsweredAndNotRepeated) {
     EXPECT_EQ(0, file.Close());
 }
 
-TEST_F(File, AMovedFileHasOneOwner) {
-    FileDescriptor first = OpenFile(kFile, kFresh, 0600);
-    const int descriptor = first.get();
+TEST_F(File, AMovedFileIsClosedOnceByItsLastOwner) {
+    const CallFault count("close", 0, {.passing = INT_MAX});
+    int descriptor = -1;
+    {
+        FileDescriptor first = OpenFile(kFile, kFresh, 0600);
+        descriptor = first.get();
+        FileDescriptor second(std::move(first));
+        FileDescriptor third;
+        third = std::move(second);
 
-    FileDescriptor second(std::move(first));
-    EXPECT_EQ(-1, first.get());  // NOLINT(bugprone-use-after-move): moving leaves nothing behind
-    EXPECT_EQ(descriptor, second.get());
-
-    FileDescriptor third;
-    third = std::move(second);
-    EXPECT_EQ(-1, second.get());  // NOLINT(bugprone-use-after-move)
-    EXPECT_EQ(descriptor, third.get());
-    EXPECT_TRUE(IsOpenInTheProcess(descriptor));
+        EXPECT_EQ(descriptor, third.get());
+        EXPECT_EQ(0, count.Calls());
+    }
+    EXPECT_EQ(1, count.Calls());
+    EXPECT_FALSE(IsOpenInTheProcess(descriptor));
 }
 
 TEST_F(File, AnAssignedOwnerGivesUpWhatItHeld) {
