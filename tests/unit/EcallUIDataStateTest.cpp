@@ -279,7 +279,10 @@ TEST_F(EcallUIDataState, AStateSetWhileAnotherThreadHoldsTheLockIsStoredAndOnlyI
     const Ended ended = EndOf([] {
         EcallUIState held;
         GetUIStateAndLock(held, true);
-        std::thread([] { SetUIStateAndUnlock({7, 0, 1}); }).join();
+        {
+            const ForeignUnlock misuse;
+            std::thread([] { SetUIStateAndUnlock({7, 0, 1}); }).join();
+        }
         fprintf(stderr, "%d", State().EcallAntennaSelected);
     });
 

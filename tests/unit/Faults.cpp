@@ -13,6 +13,8 @@
 #include <mutex>
 #include <optional>
 
+#include "Trace.h"
+
 namespace {
 
 struct ActiveFault {
@@ -98,6 +100,12 @@ int CallFault::Calls() const {
     const std::lock_guard guard(faultLock);
     return active ? active->calls : 0;
 }
+
+#ifdef __SANITIZE_THREAD__
+ForeignUnlock::ForeignUnlock() : fault("pthread_mutex_unlock", EPERM, {.exceptObject = &TraceMutex.mutex}) {}
+#else
+ForeignUnlock::ForeignUnlock() = default;
+#endif
 
 FixedClock::FixedClock(long long seconds, long nanoseconds) {
     const std::lock_guard guard(faultLock);

@@ -243,7 +243,10 @@ TEST(XirOsal, AReleaseByAnotherThreadIsLoggedAndTakesTheCountFromTheHolder) {
     GetMutex(&mutex);
     const int32_t before = XirMutexHoldCount();
 
-    const Logged foreign = LogOf([&] { std::thread([&] { ReleaseMutex(&mutex); }).join(); });
+    const Logged foreign = LogOf([&] {
+        const ForeignUnlock misuse;
+        std::thread([&] { ReleaseMutex(&mutex); }).join();
+    });
     EXPECT_EQ(0, mutex.lockCount);
     EXPECT_EQ(before, XirMutexHoldCount());
     EXPECT_TRUE(IsTaken(mutex));
