@@ -93,7 +93,9 @@ void ConnectEcallService() {
         return;
     }
     CreateProxy();
-    XirEcallapp_registerNotifyState(pProxyEcallapp, EcallStateNotification);
+    if (const int32_t result = XirEcallapp_registerNotifyState(pProxyEcallapp, EcallStateNotification); result != 0) {
+        EcallUITraceError("XirEcallapp_registerNotifyState error :  srvcResult = %d", result);
+    }
     PullEcallState();
     AlignMicrophone();
 }

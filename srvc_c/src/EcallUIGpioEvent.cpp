@@ -117,10 +117,12 @@ void RequestAutoEcall(const EcallUIState& seen) {
     if (seen.EcallAntennaSelected == 0) {
         SelectEcallAntenna();
     }
-    if (XirEcallapp_triggerEcall(pProxyEcallapp, kAutomatic) == 0) {
-        EcallUITrace("Auto Ecall triggered ==> EcallUIState.CanTriggerAutoEcall = false");
-        SetCanTriggerAutoEcall(0);
+    if (const int32_t result = XirEcallapp_triggerEcall(pProxyEcallapp, kAutomatic); result != 0) {
+        EcallUITraceError("XirEcallapp_triggerEcall error :  srvcResult = %d", result);
+        return;
     }
+    EcallUITrace("Auto Ecall triggered ==> EcallUIState.CanTriggerAutoEcall = false");
+    SetCanTriggerAutoEcall(0);
 }
 
 /// An emergency that was there before this thread was. Unlike an event it counts whether or not the sensor is used.
@@ -329,7 +331,7 @@ void ConfigureEcallEns() {
 }
 
 void ConfigureEcallButtonNrqst(uint8_t activeLow) {
-    // The messages of each write say 0 for every attribute but the last.
+    // The messages of each write say 0 for every attribute but debounce_cnt.
     constexpr ButtonStep kInterruptOff{"irq_enable", "0", "0", false};
     constexpr ButtonStep kActiveLow{"active_low", "1", "0", true};
     constexpr ButtonStep kActiveHigh{"active_low", "0", "0", true};
@@ -360,6 +362,7 @@ void Thread_GPIO_UEVNET() {
     }
     OpenEventSocket();
     const int error = HandleEvents();
+    EventSocket.Close();  // unread, it would go on filling
     EcallUITraceError("select() error %s\n", strerror(error));
     EcallUITrace("Thread_GPIO_UEVNET - exit");
 }

@@ -237,6 +237,8 @@ TEST_F(EcallUIAppConnect, ARefusedSubscriptionDoesNotStopTheStart) {
     AwaitStartUp();
 
     EXPECT_THAT(module.Service().Output(), HasSubstr("SendSubscribeRequest- subscription response = 1\n"));
+    journal.Await(IsInSyslog("XirEcallapp_registerNotifyState error :  srvcResult = 1"));
+    EXPECT_EQ(1U, journal.Count(IsTracedAs("XirEcallapp_registerNotifyState error :  srvcResult = 1")));
 }
 
 TEST_F(EcallUIAppConnect, AnotherServiceAtTheAddressEndsTheProcess) {

@@ -448,6 +448,8 @@ TEST(EcallUIGpioEvent, RefusedCallStaysArmedForTheNextEmergency) {
 
     const uint64_t refused = Announce(unit, "EVENT=EMERGENCY");
     EXPECT_THAT(SaidOfEvent(unit, refused), Not(Contains(HasSubstr("Auto Ecall triggered"))));
+    EXPECT_THAT(SaidOfEvent(unit, refused), Contains("XirEcallapp_triggerEcall error :  srvcResult = 1"));
+    unit.journal.Await(IsInSyslog("XirEcallapp_triggerEcall error :  srvcResult = 1"), refused);
     EXPECT_EQ("1 0 1", StateFile(unit.module));
 
     unit.peer.Answer(EcallMethod::TriggerEcall, {});
@@ -461,8 +463,9 @@ TEST(EcallUIGpioEvent, EmergencyWhileTheEcallServiceIsGoneStaysArmed) {
     unit.Start();
     unit.peer.Stop();
 
-    Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t missed = Announce(unit, "EVENT=EMERGENCY");
     EXPECT_EQ("1 0 1", StateFile(unit.module));
+    EXPECT_THAT(SaidOfEvent(unit, missed), Contains("XirEcallapp_triggerEcall error :  srvcResult = -12"));
 
     ASSERT_TRUE(unit.peer.Start());
     ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::Subscribe, 2));  // the unit is back
