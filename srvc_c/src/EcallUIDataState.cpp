@@ -1,5 +1,5 @@
-// Whether a crash may call for help is one of these three bytes. The mutex is held from reading them to storing them,
-// RPC calls and the file's rewriting included, so that no change is lost between two threads.
+// Whether a crash may call for help is one of these three bytes. The mutex may be held from reading them to
+// storing them, RPC calls included, and is while the file is rewritten, so that no change is lost between two threads.
 #include "EcallUIDataState.h"
 
 #include <fcntl.h>

@@ -19,7 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kSensorAttempts = 5;
-constexpr milliseconds kSensorRetryDelay{500};  // the detector measures anew at this pace
+constexpr milliseconds kSensorRetryDelay{500};  // time for the detector to see some periods at 10 Hz
 constexpr milliseconds kAntennaSettleTime{300};
 
 /// What a self-test starts from: the firmware was checked at boot, the loudspeaker must prove itself.

@@ -2,6 +2,7 @@
 ///
 /// Lock order. Every log line takes "Trace", so "Trace" is always the last one:
 ///   right: State, Trace        right: Cfg, Trace        wrong: anything while Trace is held
+/// Before them come the units' own: "Following" (state outputs) before State, "SwitchOffTurn" (relay) before Trace.
 /// An argument of a log call is evaluated with "Trace" held, and so must not lock either. ThreadSanitizer checks the
 /// order whenever the tests run under it.
 #ifndef XIR_OSAL_H
