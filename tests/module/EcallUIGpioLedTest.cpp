@@ -190,8 +190,8 @@ TEST_P(EcallUIGpioLedFailure, IsSaidAndEndsTheSequence) {
     }
     EXPECT_EQ(expected, LedWrites(module));
     for (const auto& [duty, step] : kDutyFollows) {
-        EXPECT_EQ(std::ranges::count(failure.writesBefore, step),
-                  std::ranges::count_if(performed.messages, [&](const auto& said) { return said.starts_with(duty); }))
+        const auto isDuty = [&begin = duty](const std::string& said) { return said.starts_with(begin); };
+        EXPECT_EQ(std::ranges::count(failure.writesBefore, step), std::ranges::count_if(performed.messages, isDuty))
             << duty;
     }
 }

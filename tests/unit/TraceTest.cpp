@@ -260,16 +260,16 @@ TEST_F(TraceFiles, AShortWriteIsContinued) {
 TEST_F(TraceFiles, StampBlankAndLineAreEachGivenUpAfterTwentyAttempts) {
     const FixedClock clock(kSomeDay, 5000000);
     const struct {
-        int failing;
         const char* file;
+        int failing;
         int writes;
     } rows[] = {
-        {19, "Nov 14 22:13:20.500 line\n", 20},
-        {20, " line\n", 21},
-        {39, " line\n", 40},
-        {40, "line\n", 41},
-        {59, "line\n", 60},
-        {60, "", 60},
+        {"Nov 14 22:13:20.500 line\n", 19, 20},
+        {" line\n", 20, 21},
+        {" line\n", 39, 40},
+        {"line\n", 40, 41},
+        {"line\n", 59, 60},
+        {"", 60, 60},
     };
     for (const auto& row : rows) {
         int writes = 0;
