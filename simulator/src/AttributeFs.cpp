@@ -166,7 +166,7 @@ struct AttributeFs::Operations {
                 self.Record(*node, Kind::Open, FlagText(info->flags), -fault.error, Caller(request));
             }
         }
-        self.Pause(fault.delay);
+        self.Pause(request, fault.delay);
         info->direct_io = 1;
         if (fault.error != 0) {
             fuse_reply_err(request, fault.error);
@@ -207,7 +207,7 @@ struct AttributeFs::Operations {
                 self.Record(*node, Kind::Read, text, fault.error != 0 ? -fault.error : count, Caller(request));
             }
         }
-        self.Pause(fault.delay);
+        self.Pause(request, fault.delay);
         if (fault.error != 0) {
             fuse_reply_err(request, fault.error);
         } else {
@@ -238,7 +238,7 @@ struct AttributeFs::Operations {
         if (hook) {
             hook(text.substr(0, count));
         }
-        self.Pause(fault.delay);
+        self.Pause(request, fault.delay);
         if (fault.error != 0) {
             fuse_reply_err(request, fault.error);
         } else {
@@ -340,13 +340,26 @@ void AttributeFs::Serve() {
     free(buffer.mem);
 }
 
-// Ends early, answering false, when the file system stops.
-bool AttributeFs::Pause(std::chrono::milliseconds delay) {
+// Ends early when the file system stops and when the caller gets a signal: the kernel keeps even a killed one waiting
+// for its answer.
+void AttributeFs::Pause(void* slowRequest, std::chrono::milliseconds delay) {
     if (delay.count() == 0) {
-        return true;
+        return;
     }
-    std::unique_lock lock(mutex);
-    return !stopping.wait_until(lock, Journal::Clock::now() + delay, [this] { return stopped; });
+    const auto request = static_cast<fuse_req_t>(slowRequest);
+    const auto wake = [](fuse_req_t /*request*/, void* self) { static_cast<AttributeFs*>(self)->WakePauses(); };
+    fuse_req_interrupt_func(request, wake, this);
+    {
+        std::unique_lock lock(mutex);
+        stopping.wait_until(lock, Journal::Clock::now() + delay,
+                            [&] { return stopped || fuse_req_interrupted(request) != 0; });
+    }
+    fuse_req_interrupt_func(request, nullptr, nullptr);
+}
+
+void AttributeFs::WakePauses() {
+    const std::lock_guard lock(mutex);
+    stopping.notify_all();
 }
 
 Fault AttributeFs::Judge(const Node& node, Use use) {

@@ -66,7 +66,8 @@ class AttributeFs {
     Node* ByNumber(uint64_t number) const;
     Fault Judge(const Node& node, Use use);
     void Record(const Node& node, Kind kind, std::string text, int64_t result, int pid);
-    bool Pause(std::chrono::milliseconds delay);
+    void Pause(void* slowRequest, std::chrono::milliseconds delay);
+    void WakePauses();
     void Serve();
 
     Journal& journal;

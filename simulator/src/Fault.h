@@ -26,6 +26,7 @@ struct Fault {
         fault.atMost = bytes;
         return fault;
     }
+    /// The call ends so much later; at once when its caller is killed (that of a file: when it gets any signal).
     static Fault Slow(std::chrono::milliseconds delay) {
         Fault fault;
         fault.delay = delay;

@@ -292,6 +292,17 @@ TEST(AttributeFs, ASlowFileDelaysItsCaller) {
     EXPECT_EQ("1", module.attributes.Get(line::kRelay));
 }
 
+TEST(AttributeFs, ASlowFileLetsItsCallerBeKilled) {
+    Module module;
+    module.attributes.AddFault(line::kRelay, Use::Open, Fault::Slow(24h));
+    ModuleProcess& probe = module.Start(MODULE_PROBE, {"read", line::kRelay});
+    module.journal.Await(IsOpened(line::kRelay));
+
+    probe.Kill();
+
+    EXPECT_FALSE(probe.IsRunning());
+}
+
 TEST(AttributeFs, ASlowFileHoldsUpNoOther) {
     Module module;
     module.attributes.AddFault(line::kRelay, Use::Write, Fault::Slow(24h));
