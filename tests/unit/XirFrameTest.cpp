@@ -323,6 +323,19 @@ TEST(XirByteQueue, BytesLeaveInTheOrderInWhichTheyCame) {
     EXPECT_EQ(in, out);
 }
 
+TEST(XirByteQueue, TakesAtMostTwiceTheMemoryOfWhatItHeldAtOnce) {
+    XirByteQueue queue;
+    size_t most = 0;
+    for (size_t round = 0; round < 2000; ++round) {
+        queue.Append(Bytes(100 + round * 7919 % 900));
+        most = std::max(most, queue.Size());
+        EXPECT_LE(queue.Capacity(), 2 * most) << round;
+        queue.Consume(std::min(queue.Size(), round < 50 ? 10 : 100 + round * 104729 % 900));
+    }
+
+    EXPECT_GT(most, 10'000U);
+}
+
 TEST(XirByteQueue, RoomIsFilledFromItsStart) {
     XirByteQueue queue;
     queue.Append(Bytes{1, 2, 3});

@@ -1,4 +1,5 @@
-/// Bytes that come in at the end and leave at the front. A large queue gives its memory back when it runs empty.
+/// Bytes that come in at the end and leave at the front. Takes at most twice the memory of what it had to hold at once.
+/// A large queue gives its memory back when it runs empty.
 #ifndef XIR_BYTE_QUEUE_H
 #define XIR_BYTE_QUEUE_H
 
@@ -13,6 +14,8 @@ class XirByteQueue {
   public:
     bool IsEmpty() const { return first == last; }
     size_t Size() const { return last - first; }
+    /// Bytes of memory that it takes.
+    size_t Capacity() const { return capacity; }
     /// Valid until the next change.
     std::span<const uint8_t> Bytes() const { return {memory.get() + first, Size()}; }
 
@@ -56,7 +59,7 @@ class XirByteQueue {
         if (movingIsEnough) {
             std::memmove(memory.get(), memory.get() + first, used);
         } else {
-            capacity = std::max(capacity * 2, used + size);
+            capacity = std::max(capacity, used == 0 ? size : 2 * (used + size));
             auto larger = std::make_unique_for_overwrite<uint8_t[]>(capacity);
             std::copy_n(memory.get() + first, used, larger.get());
             memory = std::move(larger);
