@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <thread>
 
 #include "EchoPeer.h"
@@ -71,8 +72,11 @@ ModuleProcess& StartSilent(Module& module, const std::string& program) {
 }
 
 /// Both programs say in the trace when they listen.
-void AwaitListening(const Module& module) {
+void AwaitListening(const Module& module, const ModuleProcess& process) {
     while (module.root.ReadFile(file::kTrace).value_or("").find("Wait for an event") == std::string::npos) {
+        if (!process.IsRunning()) {
+            throw std::runtime_error("the measured program ended at once: " + process.Errors());
+        }
         std::this_thread::sleep_for(kRest);
     }
     std::this_thread::sleep_for(milliseconds(10));
@@ -80,7 +84,7 @@ void AwaitListening(const Module& module) {
 
 std::vector<Nanoseconds> RoadOf(Module& module, const std::string& program, int events) {
     ModuleProcess& process = StartSilent(module, program);
-    AwaitListening(module);
+    AwaitListening(module, process);
     for (int warmUp = 0; warmUp < 100; ++warmUp) {
         Emergency(module);
     }
@@ -130,8 +134,9 @@ bool BenchStart(Module& module) {
 /// The sleeps that the service must make: main loop 2, self-test worker 1, dispatch thread 5 a second.
 bool BenchIdle(Module& module) {
     constexpr double kDemandedWakeups = 8;
+    const auto mark = module.journal.Mark();
     ModuleProcess& process = module.Start(BENCH_SERVICE);
-    module.journal.Await(IsOnConsole("Wait for an event (blocking wait) "));
+    module.journal.Await(IsOnConsole("Wait for an event (blocking wait) "), mark);
     std::this_thread::sleep_for(seconds(2));
     const ProcessUsage before = process.Usage();
     constexpr int kWatched = 20;

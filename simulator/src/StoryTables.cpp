@@ -21,10 +21,14 @@ constexpr std::chrono::milliseconds kRestart{2000};
 // --- Verbs ----------------------------------------------------------------------------------------------------------
 
 /// The eCall service first: the unit waits for it.
-void SwitchOn(StoryWorld& world) {
+void StartEcallService(StoryWorld& world) {
     if (!world.peer.Start()) {
         throw std::runtime_error("the eCall service's port cannot be bound");
     }
+}
+
+void SwitchOn(StoryWorld& world) {
+    StartEcallService(world);
     world.module.StartService();
 }
 
@@ -89,7 +93,7 @@ void EcallServiceDies(StoryWorld& world) {
 /// It is busy with itself for so long that the unit has connected and subscribed again when it dials.
 void EcallServiceStarts(StoryWorld& world) {
     world.peer.With([](EcallService& service) { service.timings.starting = kRestart; });
-    world.peer.Start();
+    StartEcallService(world);
 }
 
 // --- What the unit shows --------------------------------------------------------------------------------------------
