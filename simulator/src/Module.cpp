@@ -40,11 +40,6 @@ EndHandler& CurrentEndHandler() {
     return handler;
 }
 
-std::string ServiceProgram() {
-    const char* chosen = getenv("ECALLUI_SERVICE");
-    return chosen != nullptr ? chosen : ECALLUI_SERVICE_PROGRAM;
-}
-
 std::string BaseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -121,6 +116,11 @@ void Module::MakePlainAttributes() {
         root.WriteFile(row.path, row.value);
     }
     root.WriteFile(kScriptReport, "");
+}
+
+std::string Module::ServiceProgram() {
+    const char* chosen = getenv("ECALLUI_SERVICE");
+    return chosen != nullptr ? chosen : ECALLUI_SERVICE_PROGRAM;
 }
 
 ModuleProcess& Module::StartService(std::vector<std::string> arguments, bool hasInput) {

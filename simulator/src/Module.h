@@ -69,6 +69,8 @@ class Module {
     IoctlSupervisor ioctls{journal, root.Path()};
     UeventSender uevents{journal};
 
+    /// The service's program outside the module: what ECALLUI_SERVICE names, else that of this build.
+    static std::string ServiceProgram();
     /// Starts the service under test: the program that the environment variable ECALLUI_SERVICE names, else the one
     /// that the build made. A previous one must have ended.
     ModuleProcess& StartService(std::vector<std::string> arguments = {}, bool hasInput = false);

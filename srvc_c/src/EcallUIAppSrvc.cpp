@@ -1,6 +1,7 @@
 // The entry: command line, start-up in its fixed order, main loop. There is no orderly end: the process ends by a
 // refused start-up or by a signal, and no thread is ever joined.
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -94,6 +95,7 @@ void StartServices() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    signal(SIGPIPE, SIG_IGN);             // whoever read the console may be gone
     setvbuf(stdout, nullptr, _IOLBF, 0);  // a journal or a pipe sees each line at once
     EcallUITrace("Start of ECALL UI (version=%s)", kVersion);
 

@@ -49,6 +49,18 @@ std::vector<std::string> TraceOf(Module& module) {
 
 }  // namespace
 
+TEST(EcallUIAppSrvc, AConsoleWhoseReaderIsGoneStopsNothing) {
+    ServiceWorld world;
+    ASSERT_TRUE(world.peer.Start());
+    const std::string service = world.module.root.Install(Module::ServiceProgram());
+    world.module.Start("/bin/sh", {"-c", service + " | :"});
+    world.module.journal.Await(IsTraced("Wait for an event (blocking wait)"));
+
+    world.module.SensorBecomes(SensorStatus::Emergency);
+
+    EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, 1));
+}
+
 // The command line.
 
 TEST(EcallUIAppSrvc, HelpShowsBothUsagesAndEndsWellWithoutLoadingTheConfiguration) {
