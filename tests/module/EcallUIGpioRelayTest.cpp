@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <future>
 #include <iterator>
 
 #include "GpioTest.h"
@@ -101,11 +102,17 @@ TEST(EcallUIGpioRelay, OnWithinTheDelayTakesTheSwitchOffBack) {
 TEST(EcallUIGpioRelay, RelayAskedForWhileItsSwitchOffIsUnderWayStaysOn) {
     Module module;
     UseAnalogMicrophone(module);
-    module.attributes.AddFault(line::kRelay, Use::Open, Fault::Slow(500ms).Once());
+    std::promise<void> onIsAskedFor;
+    const std::shared_future<void> release = onIsAskedFor.get_future().share();
+    module.attributes.OnWrite(line::kRelay, [release](const std::string& /*value*/) { release.wait(); });
 
-    Perform(module, {"ControlAudioRelay 0", "sleep 5200", "ControlAudioRelay 1", "sleep 1000"});
+    StartPerforming(module, {"ControlAudioRelay 0", "sleep 6000", "ControlAudioRelay 1", "stay"});
+    module.journal.Await(IsTraced("TimerAudioRelay (activateTimer=0) - Enter"));
+    EXPECT_THAT(RelayWrites(module), ElementsAre("0"));  // not finished yet
+    onIsAskedFor.set_value();
 
-    EXPECT_EQ("1", RelayWrites(module).back());
+    module.journal.Await(IsWritten(line::kRelay, "1"));
+    EXPECT_THAT(RelayWrites(module), ElementsAre("0", "1"));
 }
 
 TEST(EcallUIGpioRelay, ExpiryThatAnOnHasOvertakenLeavesTheRelayOn) {
