@@ -468,7 +468,8 @@ TEST(EcallUIGpioEvent, EmergencyWhileTheEcallServiceIsGoneStaysArmed) {
     EXPECT_THAT(SaidOfEvent(unit, missed), Contains("XirEcallapp_triggerEcall error :  srvcResult = -12"));
 
     ASSERT_TRUE(unit.peer.Start());
-    ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::Subscribe, 2));  // the unit is back
+    ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::Subscribe, 2));
+    unit.Notify(4, 0);  // the unit reads again only once it takes itself for connected
     Announce(unit, "EVENT=EMERGENCY");
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall));
     EXPECT_EQ("1 0 0", StateFile(unit.module));
