@@ -1,12 +1,11 @@
-// A user namespace may not change flags that a bound mount already had (nosuid and the like), so a read-only remount
-// repeats them. Device nodes cannot be made here: the machine's are bound over empty files.
+// A directory becomes read-only before it is put in its place: later, a file that is open for writing forbids it.
+// Device nodes cannot be made here: the machine's are bound over empty files.
 #include "ModuleRoot.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,8 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+
+#include "Descriptor.h"
 
 namespace fs = std::filesystem;
 
@@ -51,19 +52,6 @@ std::string ChoosePlace() {
         }
     }
     throw std::runtime_error("no directory left to mount the module's root on: /mnt, /media, /srv or /opt must exist");
-}
-
-unsigned long LockedFlags(const std::string& path) {
-    struct statvfs status {};
-    Check(statvfs(path.c_str(), &status) == 0, "statvfs " + path);
-    unsigned long flags = 0;
-    flags |= (status.f_flag & ST_NOSUID) != 0 ? MS_NOSUID : 0;
-    flags |= (status.f_flag & ST_NODEV) != 0 ? MS_NODEV : 0;
-    flags |= (status.f_flag & ST_NOEXEC) != 0 ? MS_NOEXEC : 0;
-    flags |= (status.f_flag & ST_NOATIME) != 0 ? MS_NOATIME : 0;
-    flags |= (status.f_flag & ST_NODIRATIME) != 0 ? MS_NODIRATIME : 0;
-    flags |= (status.f_flag & ST_RELATIME) != 0 ? MS_RELATIME : 0;
-    return flags;
 }
 
 }  // namespace
@@ -164,11 +152,16 @@ void ModuleRoot::Bind(const std::string& outside, const std::string& path, bool 
     } else if (!fs::exists(target)) {
         WriteFile(path, "");
     }
-    Check(mount(outside.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "binding " + outside);
+    const Descriptor tree(open_tree(AT_FDCWD, outside.c_str(),
+                                    OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | static_cast<unsigned>(AT_RECURSIVE)));
+    Check(tree.IsOpen(), "binding " + outside);
     if (readOnly) {
-        const unsigned long flags = MS_BIND | MS_REMOUNT | MS_RDONLY | LockedFlags(target);
-        Check(mount(nullptr, target.c_str(), nullptr, flags, nullptr) == 0, "making " + path + " read-only");
+        mount_attr change{};
+        change.attr_set = MOUNT_ATTR_RDONLY;
+        Check(mount_setattr(tree.Get(), "", AT_EMPTY_PATH, &change, sizeof change) == 0,
+              "making " + path + " read-only");
     }
+    Check(move_mount(tree.Get(), "", AT_FDCWD, target.c_str(), MOVE_MOUNT_F_EMPTY_PATH) == 0, "binding " + outside);
 }
 
 std::string ModuleRoot::Install(const std::string& program) {
