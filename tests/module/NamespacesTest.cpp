@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,9 +21,11 @@ using testing::Not;
 
 namespace {
 
+// Empty when it cannot be read: what /proc shows of a process may end with it between open and read.
 std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::stringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 // Every process of the machine that descends from one, found by the parents' numbers.
