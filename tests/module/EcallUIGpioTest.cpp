@@ -132,14 +132,14 @@ TEST(EcallUIGpio, DeviceWithoutItsDirectoryHasNoPath) {
 
 TEST(EcallUIGpio, DeviceKeepsItsPathAfterItIsGone) {
     Module module;
-    ModuleProcess& probe = StartPerforming(module, {"GpioGetDevicePath 13 128", "GpioRead 3", "sleep 0",
-                                                    "SetGpioEnableEcallLed 1", "GpioGetDevicePath 13 128"});
     // The directory goes while the probe reads a line after its first look.
     module.attributes.OnRead(line::kBatteryPresent, [&module] {
         module.attributes.Remove(module.devices.led);
         return "1\n";
     });
 
+    ModuleProcess& probe = StartPerforming(module, {"GpioGetDevicePath 13 128", "GpioRead 3", "sleep 0",
+                                                    "SetGpioEnableEcallLed 1", "GpioGetDevicePath 13 128"});
     EXPECT_EQ(0, probe.WaitForEnd());
 
     EXPECT_THAT(probe.Errors(), testing::HasSubstr("SetGpioEnableEcallLed 1 = 1\n"
