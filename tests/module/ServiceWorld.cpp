@@ -107,9 +107,11 @@ std::string NameOf(const std::filesystem::path& task) {
 
 std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name) {
     const std::string tasks = "/proc/" + std::to_string(process.Pid()) + "/task";
+    const std::filesystem::path first = tasks + "/" + std::to_string(process.Pid());
     for (const auto deadline = Journal::Clock::now() + Journal::kLimit; Journal::Clock::now() < deadline;) {
         for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-            if (NameOf(task) != name) {
+            // A sanitizer keeps a thread under the name of the first one.
+            if (NameOf(task) != name || (name == NameOf(first) && task.path() != first)) {
                 continue;
             }
             if (const auto sleep = SleepOf(process.Pid(), task)) {
