@@ -126,7 +126,9 @@ int Shell() {
     Stories().front().scenes.front().act(world);
     std::printf("Inside the module; the service runs. Its trace: tail -f %s\n", file::kTrace);
     std::fflush(stdout);
-    return RunShell(module);
+    const int status = RunShell(module);
+    module.Service().Kill();  // before its peer goes: without one, a service that still starts up ends by itself
+    return status;
 }
 
 int Run(const CommandLine& line) {
