@@ -238,6 +238,8 @@ TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {
     world.module.StartService();
 
     EXPECT_TRUE(world.module.journal.WaitFor(IsOnConsole("Thread_GPIO_UEVNET - Enter")));
+    // A thread may run before its starter, the main thread, has named it: the antenna's open comes after that.
+    EXPECT_TRUE(world.module.journal.WaitFor(IsOpened(line::kAntennaNumber)));
     EXPECT_THAT(ThreadNames(world.module.Service()), IsSupersetOf({"SelfTest", "Thread_GPIO_UEV"}));
     looked.set_value();
     world.AwaitReady();
