@@ -53,8 +53,10 @@ class Account {
 
     LedDevice led;
     std::optional<std::chrono::nanoseconds> darkSince;  ///< switched off, which may be the start of a reprogramming
-    std::map<std::string, std::string> shown;           ///< last told of the LED and of each line, by its first word
-    std::string antennaLine;                            ///< name last written to the line selector
+    /// Last told of the LED and of each line, by its first word. The relay is off at rest: the switch-off of a unit
+    /// that has just started is no news.
+    std::map<std::string, std::string> shown{{"audio", "audio relay off"}};
+    std::string antennaLine;  ///< name last written to the line selector
 };
 
 #endif

@@ -96,6 +96,7 @@ void Player::Show(SceneJudge& judge, const std::vector<AccountLine>& lines) {
 
 void Player::Follow(SceneJudge& judge, nanoseconds limit) {
     const auto wait = std::clamp<nanoseconds>(limit, 0ns, kLook);
+    const nanoseconds now = journal.Now();  // before the look: all until then is in what it finds
     for (const Entry& entry : journal.Follow(next, std::chrono::ceil<std::chrono::milliseconds>(wait))) {
         next = entry.seq + 1;
         if (style.verbose) {
@@ -103,7 +104,7 @@ void Player::Follow(SceneJudge& judge, nanoseconds limit) {
         }
         Show(judge, account.Tell(entry));
     }
-    Show(judge, account.Settle(journal.Now()));
+    Show(judge, account.Settle(now));
 }
 
 bool Player::PlayScene(const Scene& scene) {
@@ -116,6 +117,9 @@ bool Player::PlayScene(const Scene& scene) {
     }
     while (!judge.IsDone() && judge.Forbidden().empty() && journal.Now() < sceneStart + style.limit) {
         Follow(judge, kLook);
+    }
+    if (!judge.IsDone()) {
+        Follow(judge, 0ns);  // what has come within the limit counts, however late this looks at it
     }
     while (judge.IsDone() && judge.Forbidden().empty() && journal.Now() < sceneStart + scene.lasts) {
         Follow(judge, sceneStart + scene.lasts - journal.Now());

@@ -15,9 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Longer than the second after which the unit tries to connect again at the latest.
-constexpr std::chrono::milliseconds kRestart{2000};
-
 // --- Verbs ----------------------------------------------------------------------------------------------------------
 
 /// The eCall service first: the unit waits for it.
@@ -90,10 +87,15 @@ void EcallServiceDies(StoryWorld& world) {
     world.peer.Stop();
 }
 
-/// It is busy with itself for so long that the unit has connected and subscribed again when it dials.
+/// It is busy with itself until the unit has connected and subscribed again; then it dials.
 void EcallServiceStarts(StoryWorld& world) {
-    world.peer.With([](EcallService& service) { service.timings.starting = kRestart; });
+    const size_t before = world.peer.Requests(EcallMethod::Subscribe);
+    world.peer.With([](EcallService& service) { service.timings.starting = kNoLimit; });
     StartEcallService(world);
+    if (!world.peer.AwaitRequests(EcallMethod::Subscribe, before + 1)) {
+        throw std::runtime_error("the unit has not subscribed again to the eCall service that was restarted");
+    }
+    world.peer.Happen(EcallEvent::TimeUp);
 }
 
 // --- What the unit shows --------------------------------------------------------------------------------------------

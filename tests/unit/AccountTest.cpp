@@ -97,6 +97,12 @@ TEST(Account, LinesAreToldByWhatTheyDo) {
     EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/gnss-on-off/value", "1"), IsEmpty());
 }
 
+TEST(Account, TheRelayIsOffAtRestSoTheSwitchOffAtStartUpIsNoNews) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/lte-ecall-relay/value", "0"), IsEmpty());
+}
+
 TEST(Account, AFailedWriteIsToldAsOne) {
     Teller teller;
 
