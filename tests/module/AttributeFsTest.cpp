@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "Descriptor.h"
@@ -306,13 +307,14 @@ TEST(AttributeFs, ASlowFileLetsItsCallerBeKilled) {
 TEST(AttributeFs, ASlowFileHoldsUpNoOther) {
     Module module;
     module.attributes.AddFault(line::kRelay, Use::Write, Fault::Slow(24h));
-    std::thread waiting([&] { WriteOnce(module, line::kRelay, "1"); });
+    const auto waiting = std::async(std::launch::async, [&] { WriteOnce(module, line::kRelay, "1"); });
     module.journal.Await(IsWritten(line::kRelay));
 
     EXPECT_EQ(0, WriteOnce(module, line::kNlock, "1"));
 
+    EXPECT_EQ(std::future_status::timeout, waiting.wait_for(0s));
     module.attributes.Unmount();
-    waiting.join();
+    waiting.wait();
 }
 
 TEST(AttributeFs, AHookSeesEachWriteBeforeItsCallerGoesOn) {

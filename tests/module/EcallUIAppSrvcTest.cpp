@@ -6,6 +6,7 @@
 #include <fstream>
 #include <future>
 #include <sstream>
+#include <thread>
 
 #include "ServiceWorld.h"
 
@@ -14,7 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
-using testing::SizeIs;
 using testing::StartsWith;
 
 namespace {
@@ -146,6 +146,17 @@ std::vector<std::string> ThreadNames(const ModuleProcess& process) {
     return names;
 }
 
+/// Waits for this number of threads: an expiry of the relay's timer runs on one more for a moment.
+bool AwaitThreads(const ModuleProcess& process, size_t count) {
+    for (const auto deadline = Journal::Clock::now() + Journal::kLimit; ThreadNames(process).size() != count;) {
+        if (Journal::Clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
 /// The messages after the given one, once the main thread has come to its loop.
 std::vector<std::string> MessagesUntilSleep(ServiceWorld& world, const std::string& message) {
     AwaitSleep(world.module.Service(), "XirEcallUIappSr");
@@ -221,10 +232,10 @@ TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
 
     world.Start();
     AwaitSleep(world.module.Service(), "XirEcallUIappSr");
-    EXPECT_THAT(ThreadNames(world.module.Service()), SizeIs(5));
+    EXPECT_TRUE(AwaitThreads(world.module.Service(), 5));
 
     EXPECT_TRUE(world.IsCrashReported());
-    EXPECT_THAT(ThreadNames(world.module.Service()), SizeIs(5));
+    EXPECT_TRUE(AwaitThreads(world.module.Service(), 5));
 }
 
 TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {
@@ -299,6 +310,7 @@ TEST(EcallUIAppSrvc, ASelfTestThatIsAskedForIsRunAndReported) {
 TEST(EcallUIAppSrvc, ARequestDuringASelfTestIsAnsweredByThatTest) {
     ServiceWorld world;
     world.Start();
+    world.AwaitRest();  // the closing pull of start-up looks at the self-test state, too
     Journal& journal = world.module.journal;
     HoldSelfTests(world.module);
     SetSelfTestState(world.peer, ecall::kSelfTestRequested);
@@ -306,7 +318,9 @@ TEST(EcallUIAppSrvc, ARequestDuringASelfTestIsAnsweredByThatTest) {
 
     SetSelfTestState(world.peer, ecall::kSelfTestUnknown);
     SetSelfTestState(world.peer, ecall::kSelfTestRequested);
-    journal.AwaitCount(2, IsTraced("TSelfTestState_Requested (3) ==> request the self-test if not already started"));
+    const Match asked = IsTraced("TSelfTestState_Requested (3) ==> request the self-test if not already started");
+    journal.Await(IsTraced("simProfileState"),
+                  journal.AwaitCount(2, asked).back().seq);  // it is said before it is done
     world.module.root.WriteFile(kGo, "");
     journal.Await(IsTraced("RunSelfTest - Exit"));
 

@@ -27,6 +27,7 @@ void AwaitCrashSaved(ServiceWorld& world) {
 
 /// The service restarts; waits until it waits for events.
 void Restart(ServiceWorld& world) {
+    world.module.Service().Kill();  // first: its last lines must not be taken for those of the next
     const uint64_t mark = world.module.journal.Mark();
     world.module.RestartService();
     world.AwaitReady(mark);

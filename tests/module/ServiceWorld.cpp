@@ -29,7 +29,13 @@ void ServiceWorld::Start() {
 
 void ServiceWorld::AwaitReady(uint64_t from) {
     // On the console: some tests leave the service without a trace file.
-    module.journal.Await(IsOnConsole("Wait for an event (blocking wait) "), from);
+    // A part of the line: not every message on the console takes the log's mutex, so two can share a line.
+    module.journal.Await({.kind = Kind::Console, .contains = "Wait for an event (blocking wait) "}, from);
+}
+
+void ServiceWorld::AwaitRest() {
+    AwaitReady();
+    AwaitSleep(module.Service(), "XirEcallUIappSr");
 }
 
 bool ServiceWorld::IsCrashReported() {
@@ -39,7 +45,9 @@ bool ServiceWorld::IsCrashReported() {
     if (!peer.AwaitRequests(EcallMethod::TriggerEcall, before + 1)) {
         return false;
     }
-    module.journal.Await(IsOnConsole("service state    : TEcallappServiceState_ActiveAutomaticECall (101) "), mark);
+    module.journal.Await(
+        {.kind = Kind::Console, .contains = "service state    : TEcallappServiceState_ActiveAutomaticECall (101) "},
+        mark);
     return peer.Requests(EcallMethod::TriggerEcall) == before + 1;
 }
 

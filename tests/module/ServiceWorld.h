@@ -18,6 +18,9 @@ struct ServiceWorld {
     void Start();
     /// Waits until a service that is starting waits for events.
     void AwaitReady(uint64_t from = 0);
+    /// Waits until start-up is over: the service waits for events, and the main thread has come to its loop, where it
+    /// says nothing more.
+    void AwaitRest();
     /// The airbag fires; true when the eCall service is asked for one automatic call, and the call begins.
     bool IsCrashReported();
 

@@ -43,6 +43,7 @@ TEST(XirOsalOfTheService, ANotificationMeetsStartUpOnAFreshStateMutex) {
     }
 
     world.AwaitReady();
+    world.module.journal.Await(IsTraced("SetGpioServiceState - Enter, serviceState = 101"));
     EXPECT_THAT(world.SystemLog(), Not(Contains(HasSubstr("mutex"))));
     EXPECT_THAT(world.SystemLog(), Not(Contains(HasSubstr("not locked"))));
 }

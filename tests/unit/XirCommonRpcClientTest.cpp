@@ -256,7 +256,9 @@ TEST_F(XirCommonRpcClient, APeerThatBreaksTheFramingIsDroppedAndConnectedAgain) 
         ASSERT_TRUE(client.errors.Wait(++errors));
         EXPECT_THAT(client.errors.Lines().back(), HasSubstr("the peer breaks the framing"));
         EXPECT_TRUE(peer.WaitClosed());
-        Reconnect();
+        // It connects again by itself, perhaps before the test comes here.
+        ASSERT_NO_FATAL_FAILURE(Accept());
+        ASSERT_TRUE(client.opened.Wait(static_cast<int>(errors) + 1));
     }
     Settle();
 }
@@ -426,40 +428,73 @@ TEST_F(XirCommonRpcClient, AFailedAttemptIsReportedOnceAndRepeatedUntilItSucceed
     EXPECT_TRUE(waiting.WaitConnected());
 }
 
-TEST_F(XirCommonRpcClient, PausesBetweenAttemptsDoubleUpToASecond) {
-    // The peer takes each connection only to drop it, which makes the attempts visible.
-    std::vector<steady_clock::time_point> attempts;
-    for (int index = 0; index < 8; ++index) {
-        ASSERT_NO_FATAL_FAILURE(Accept());
-        attempts.push_back(steady_clock::now());
-        peer.Close();
-    }
+namespace {
 
+/// The pauses between the attempts of a new client, seen by a peer that takes each connection only to drop it.
+std::vector<steady_clock::duration> PausesOfANewClient(const std::string& path, size_t count) {
+    const RawSocket listener = RawSocket::ListenLocal(path);
+    const Client client(kFile, path);
+    std::vector<steady_clock::duration> pauses;
+    std::optional<steady_clock::time_point> last;
+    while (pauses.size() < count) {
+        const RawSocket peer = listener.Accept();
+        EXPECT_TRUE(peer.IsOpen());
+        const auto now = steady_clock::now();  // before the drop: no pause looks shorter than it was
+        if (last) {
+            pauses.push_back(now - *last);
+        }
+        last = now;
+    }
+    return pauses;
+}
+
+}  // namespace
+
+TEST_F(XirCommonRpcClient, PausesBetweenAttemptsDoubleUpToASecond) {
     const milliseconds kPauses[] = {milliseconds{50},  milliseconds{100},  milliseconds{200}, milliseconds{400},
                                     milliseconds{800}, milliseconds{1000}, milliseconds{1000}};
+    constexpr milliseconds kHeldUp{400};  // by a busy machine; a connection that lives for a second begins anew
+    constexpr int kTries = 10;
+    std::vector<steady_clock::duration> pauses;
+    bool heldUp = true;
+    for (int attempt = 0; heldUp && attempt < kTries; ++attempt) {
+        pauses = PausesOfANewClient(folder.File("try" + std::to_string(attempt)), std::size(kPauses));
+        heldUp = false;
+        for (size_t index = 0; index < std::size(kPauses); ++index) {
+            heldUp = heldUp || pauses[index] > kPauses[index] + kHeldUp;
+        }
+    }
+    EXPECT_FALSE(heldUp);
     for (size_t index = 0; index < std::size(kPauses); ++index) {
-        // An attempt is seen a little after it is made, so a pause may look a little shorter than it was.
-        const auto pause = attempts[index + 1] - attempts[index];
-        EXPECT_GE(pause, kPauses[index] * 3 / 4) << index;
-        EXPECT_LE(pause, kPauses[index] + milliseconds{700}) << index;
+        EXPECT_GE(pauses[index], kPauses[index]) << index;
     }
 }
 
 TEST_F(XirCommonRpcClient, AConnectionThatLivedForASecondBeginsThePausesAnew) {
     constexpr int kDrops = 5;  // the next pause would be the longest
-    for (int index = 0; index < kDrops; ++index) {
-        ASSERT_NO_FATAL_FAILURE(Accept());
+    constexpr auto kShort = kXirLongestBackOff * 3 / 4;
+    constexpr int kTries = 10;  // a busy machine may hold it up
+    int connections = 1;
+    ASSERT_NO_FATAL_FAILURE(Accept());
+    const auto drop = [&] {
+        const auto lost = steady_clock::now();
         peer.Close();
+        Accept();
+        ++connections;
+        return steady_clock::now() - lost;
+    };
+    auto pause = steady_clock::duration::max();
+    for (int attempt = 0; pause >= kShort && attempt < kTries; ++attempt) {
+        for (int index = 0; index < kDrops; ++index) {
+            ASSERT_NO_FATAL_FAILURE(drop());
+        }
+        ASSERT_TRUE(client.opened.Wait(connections));
+        std::this_thread::sleep_for(milliseconds{1000});
+        pause = drop();
+        ASSERT_FALSE(HasFatalFailure());
     }
-    ASSERT_NO_FATAL_FAILURE(Accept());
-    ASSERT_TRUE(client.opened.Wait(kDrops + 1));
-    std::this_thread::sleep_for(milliseconds{1000});
 
-    const auto lost = steady_clock::now();
-    peer.Close();
-    ASSERT_NO_FATAL_FAILURE(Accept());
-
-    EXPECT_LT(steady_clock::now() - lost, kXirLongestBackOff * 3 / 4);
+    EXPECT_LT(pause, kShort);
 }
 
 TEST_F(XirCommonRpcClient, OpenedAndClosedAreReportedForEachConnection) {

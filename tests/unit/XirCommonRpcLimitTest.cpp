@@ -27,7 +27,7 @@ struct Silent {
     }
     static void ExpectLimit(steady_clock::duration taken) {
         EXPECT_GE(taken, seconds{30});
-        EXPECT_LE(taken, seconds{34});  // the machine may be busy
+        EXPECT_LE(taken, seconds{45});  // the machine may be busy
     }
 
     RawSocket listener;

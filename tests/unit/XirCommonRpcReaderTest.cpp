@@ -56,6 +56,7 @@ class XirCommonRpcReader : public testing::Test {
         });
         peer = listener.Accept();
         EXPECT_TRUE(client.WaitConnected());
+        client.thread.Do([] {});  // it has left the connection's callback, which is a handler too
     }
     ~XirCommonRpcReader() override { LetOut(); }
 
@@ -428,6 +429,8 @@ TEST_F(XirCommonRpcReader, EndingTheClientReleasesTheCallerThatReads) {
     ASSERT_TRUE(stuck.Wait());
     Caller reader([&called = *ended] { EXPECT_EQ(Call::kMissing, CallTrigger(called)); });
     Caller sleeper([&called = *ended] { EXPECT_EQ(Call::kMissing, CallCancel(called)); });
+    connection.ReceiveFrame();
+    connection.ReceiveFrame();  // both are sent: what sleeps now waits for its reply
     reader.WaitAsleep();
     sleeper.WaitAsleep();
 
@@ -480,4 +483,5 @@ TEST_F(XirCommonRpcReader, CallsFromManyThreadsAndStuckHandlersNeverHang) {
 
     EXPECT_TRUE(busy.messages.Wait(3 * kRounds));
     EXPECT_EQ(3 * kRounds, busy.messages.Lines().size());
+    busy.thread.Do([] {});  // it has left the last handler
 }

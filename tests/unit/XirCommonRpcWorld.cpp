@@ -305,7 +305,11 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 uint16_t FreePort() {
-    const RawSocket socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    // Stays bound, without listening: server and client share the address, and nobody else is given the port.
+    static std::vector<RawSocket> reserved;
+    const RawSocket& socket = reserved.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int share = 1;
+    EXPECT_EQ(0, setsockopt(socket.Fd(), SOL_SOCKET, SO_REUSEADDR, &share, sizeof share));
     sockaddr_in address = TcpAddress(0);
     socklen_t size = sizeof address;
     EXPECT_EQ(0, bind(socket.Fd(), reinterpret_cast<const sockaddr*>(&address), size));

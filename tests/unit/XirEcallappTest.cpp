@@ -103,6 +103,11 @@ struct Client {
         return status;
     }
     ~Client() { XirEcallapp_releaseProxy(proxy); }
+    /// Waits until the connection's callback has printed its line: the proxy may be there before.
+    void AwaitOpened() const {
+        auto& record = *reinterpret_cast<XirRpcProxy*>(proxy);
+        EXPECT_EQ(0, xir_common_osal_wait_flag(record.thread, &record.flags[kXirRpcFlagOpened]));
+    }
 };
 
 class XirEcallapp : public testing::Test {
@@ -111,6 +116,7 @@ class XirEcallapp : public testing::Test {
     void SetUp() override {
         ASSERT_EQ(0, client.Connect(url));
         ASSERT_NE(nullptr, client.proxy);
+        client.AwaitOpened();
     }
 
     ServerPeer peer;
@@ -130,6 +136,7 @@ class XirEcallappRaw : public testing::Test {
         EXPECT_EQ(kVersion, question.method);
         EXPECT_EQ(kRequest, question.kind);
         ASSERT_EQ(0, creation.get());
+        client.AwaitOpened();
     }
     std::future<int32_t> Trigger() {
         return std::async(std::launch::async, [this] { return XirEcallapp_triggerEcall(client.proxy, 1); });

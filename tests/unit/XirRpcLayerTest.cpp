@@ -250,7 +250,7 @@ TEST(XirRpcThread, ASliceLastsTwoHundredMilliseconds) {
 
     const auto lasted = std::chrono::steady_clock::now() - start;
     EXPECT_GE(lasted, std::chrono::milliseconds(199));
-    EXPECT_LT(lasted, std::chrono::seconds(5));
+    EXPECT_LT(lasted, std::chrono::seconds(15));
     EXPECT_EQ(nullptr, timer);
     protobuf_c_rpc_dispatch_free(dispatch);
 }
