@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <fuse3/fuse_lowlevel.h>
+#include <linux/fuse.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/mount.h>
@@ -60,7 +61,8 @@ struct AttributeFs::Session {
 
     fuse_session* handle = nullptr;
     Descriptor stop;
-    std::mutex receiving;  ///< one thread waits for the next request, so the others sleep undisturbed
+    std::mutex receiving;     ///< one thread waits for the next request, so the others sleep undisturbed
+    unsigned interrupts = 0;  ///< received so far; under receiving
     std::vector<std::thread> threads;
 };
 
@@ -311,6 +313,7 @@ void AttributeFs::Unmount() {
     for (std::thread& thread : session->threads) {
         thread.join();
     }
+    FreeKeptInterrupts();
     fuse_session_unmount(session->handle);
     fuse_session_destroy(session->handle);
     session.reset();
@@ -334,10 +337,30 @@ void AttributeFs::Serve() {
             if (received <= 0) {
                 break;
             }
+            session->interrupts += static_cast<const fuse_in_header*>(buffer.mem)->opcode == FUSE_INTERRUPT ? 1 : 0;
         }
         fuse_session_process_buf(session->handle, &buffer);
     }
     free(buffer.mem);
+}
+
+// libfuse keeps an interrupt whose request it does not know (any more), frees one of them with each later request, and
+// loses the rest with the session. So there are as many later requests: of a kind that changes nothing here and has no
+// answer.
+void AttributeFs::FreeKeptInterrupts() {
+    struct {
+        fuse_in_header header{};
+        fuse_forget_in body{};
+    } request;
+    request.header.len = sizeof request;
+    request.header.opcode = FUSE_FORGET;
+    request.header.nodeid = FUSE_ROOT_ID;
+    fuse_buf buffer{};
+    buffer.size = sizeof request;
+    buffer.mem = &request;
+    for (unsigned i = 0; i < session->interrupts; ++i) {
+        fuse_session_process_buf(session->handle, &buffer);
+    }
 }
 
 // Ends early when the file system stops and when the caller gets a signal: the kernel keeps even a killed one waiting

@@ -69,6 +69,7 @@ class AttributeFs {
     void Pause(void* slowRequest, std::chrono::milliseconds delay);
     void WakePauses();
     void Serve();
+    void FreeKeptInterrupts();
 
     Journal& journal;
     mutable std::mutex mutex;                  ///< guards all below; the journal's is taken inside it
