@@ -263,6 +263,7 @@ TEST_F(EcallUIAppNotify, ASilentServiceDelaysTheNextEventByTheRequestLimitOnly) 
     const Entry next =
         journal.Await(IsTraced("ecall-ens AIRBAG_SENSOR_NORMAL_MODE_10HZ"), asked.seq, kRequestLimit + seconds(15));
 
+    EXPECT_GT(next.time - asked.time, kRequestLimit / 2);  // it does wait; the peer may see the request late
     EXPECT_LE(next.time - asked.time, kRequestLimit + seconds(10));
     EXPECT_EQ(0U, journal.Count(IsTraced("Auto Ecall triggered")));
     service.Release();

@@ -82,6 +82,7 @@ TEST(EcallUIAppSrvc, OnlyTheSecondCharacterOfAnOptionCounts) {
     FinishedService run({"-hello"});
 
     EXPECT_EQ("exited 0", run.status);
+    EXPECT_EQ(kBanner + kNormalUsage + kDebugUsage, run.output);
 }
 
 TEST(EcallUIAppSrvc, ABadOptionEndsTheProcessWithoutLoadingTheConfiguration) {

@@ -58,8 +58,16 @@ TEST(EcallUIGpioDtr, DtrThatIsNotWatchedIsNotRead) {
 }
 
 TEST(EcallUIGpioDtr, AnythingButOneIsNotWatchedAndAnythingButZeroIsNotAsserted) {
-    for (const auto& [enable, dtr] :
-         {std::pair{"2\n", "0\n"}, {"\n", "0\n"}, {" 1\n", "0\n"}, {"1\n", "2\n"}, {"1\n", "\n"}}) {
+    struct Status {
+        const char* enable;
+        const char* dtr;
+        bool isWatched;
+    };
+    for (const auto& [enable, dtr, isWatched] : {Status{"2\n", "0\n", false},
+                                                 {"\n", "0\n", false},
+                                                 {" 1\n", "0\n", false},
+                                                 {"1\n", "2\n", true},
+                                                 {"1\n", "\n", true}}) {
         Module module;
         SetDtr(module, enable, dtr);
 
@@ -67,6 +75,7 @@ TEST(EcallUIGpioDtr, AnythingButOneIsNotWatchedAndAnythingButZeroIsNotAsserted) 
 
         EXPECT_THAT(performed.results, ElementsAre("ReadDtrStatus = 0")) << enable << dtr;
         EXPECT_THAT(performed.messages, ElementsAre("DTR is disabled ")) << enable << dtr;
+        EXPECT_EQ(isWatched ? 1U : 0U, module.journal.Count(IsOpened(line::kDtr))) << enable << dtr;
     }
 }
 
@@ -146,6 +155,8 @@ TEST(EcallUIGpioDtr, QueryThatIsAnsweredLeavesNothingOpen) {
 
     const Performed performed = Perform(module, {"descriptors", "ReadDtrStatus", "descriptors"});
 
+    ASSERT_EQ(3U, performed.results.size());
+    EXPECT_EQ("ReadDtrStatus = 1", performed.results[1]);
     EXPECT_EQ(performed.results.front(), performed.results.back());
 }
 

@@ -425,6 +425,7 @@ TEST(EcallUIGpioRelay, NothingHangsWhenThreadsLogWhileTheScriptIsMissing) {
     EXPECT_EQ(0, probe.WaitForEnd(60s));
     EXPECT_EQ(static_cast<std::size_t>(kRuns),
               module.journal.Count({.kind = Kind::Stderr, .text = "ControlAudioRelay 1 = done"}));
+    EXPECT_TRUE(module.root.Exists("/var/logs/ecall/XirEcallUIappSrvc_traces_1.txt")) << "the threads did not log";
 }
 
 }  // namespace

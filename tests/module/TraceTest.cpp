@@ -89,11 +89,20 @@ TEST(TraceOfTheService, OnlyWhatShowsItsWholeSourcePathIsInTheSystemLog) {
 
 TEST(TraceOfTheService, EveryConsoleLineEndsWithLineFeedAndReturn) {
     ServiceWorld world;
-    world.Start();
+    world.Configure(R"("ConnectEcallService": false)");  // the client library's lines end as they please
+    world.module.StartService();
+    world.AwaitRest();
 
     const std::string output = world.module.Service().Output();
     EXPECT_THAT(output, testing::StartsWith("Start of ECALL UI (version=V0.22)\n\rInitConfiguration - Enter\n\r"
-                                            "No configuration file found, create a default one\n\r"));
+                                            "Read configuration file\n\r"));
+    EXPECT_THAT(output, HasSubstr("pwm_status = 2\n\n\r"));  // what the attribute file said ends its line, too
+    // The last return leaves the process with the next line: the C library hands lines on at their line feed.
+    EXPECT_THAT(output, testing::EndsWith("\n"));
+    for (size_t end = output.find('\n'); end + 1 < output.size(); end = output.find('\n', end + 1)) {
+        const std::string rest = output.substr(end + 1);
+        EXPECT_TRUE(rest.starts_with("\r") || rest.starts_with("\n\r")) << output.substr(0, end);
+    }
 }
 
 TEST(TraceOfTheService, LinesOfManyThreadsStayWhole) {
@@ -232,6 +241,7 @@ TEST(TraceOfTheService, ACrashIsReportedWhenTheFolderIsReadOnlyFromTheStart) {
 
     EXPECT_TRUE(world.IsCrashReported());
 
+    EXPECT_FALSE(world.module.root.Exists(file::kTrace));
     world.module.root.Restore(file::kTraceDirectory);
 }
 

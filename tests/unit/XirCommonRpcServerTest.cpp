@@ -310,7 +310,7 @@ TEST_F(XirCommonRpcServer, OnlySubscribersAreNotified) {
     EXPECT_EQ(1, server.NotifyState(3));
 
     EXPECT_EQ(kNotifyState, MethodOf(subscriber.ReceiveFrame()));
-    for (const RawSocket* other : {&refused, &ofAnother}) {  // their next frame is the answer to this
+    for (const RawSocket* other : {&refused, &ofAnother, &silent}) {  // their next frame is the answer to this
         EXPECT_EQ(kSubscribe, MethodOf(Exchange(*other, kSubscribe, {0x08, 5, 0x12, 1, 's'})));
     }
 }
@@ -552,11 +552,11 @@ TEST_F(XirCommonRpcServer, ATcpServerIsReachedThroughTheLoopbackAddressOnly) {
 TEST_F(XirCommonRpcServer, ATcpPortCanBeBoundAgainAtOnce) {
     const uint16_t port = FreePort();
     for (int round = 0; round < 3; ++round) {
+        RawSocket client;  // outlives the server, which closes first: so it is the server's end that lingers
         Server server(kTcp, std::to_string(port));
         ASSERT_TRUE(server.IsBound()) << round;
-        const RawSocket client = RawSocket::ConnectTcp(port);
+        client = RawSocket::ConnectTcp(port);
         ExpectServed(client);
-        // The server closes first, so its end of the connection lingers.
     }
 }
 
