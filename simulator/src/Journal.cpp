@@ -145,6 +145,12 @@ Match IsOnConsole(std::string line) {
     return match;
 }
 
+Match IsWithinConsoleLine(std::string part) {
+    Match match = IsKind(Kind::Console);
+    match.contains = std::move(part);
+    return match;
+}
+
 uint64_t Journal::Append(Entry entry) {
     const std::lock_guard lock(mutex);
     entry.seq = entries.size();

@@ -73,6 +73,8 @@ Match IsWritten(std::string path);
 Match IsWritten(std::string path, std::string value);
 Match IsTraced(std::string partOfMessage);
 Match IsOnConsole(std::string line);
+/// Not every message on the console takes the log's mutex, so those of two threads can share a line.
+Match IsWithinConsoleLine(std::string part);
 Match IsInSyslog(std::string partOfMessage);
 Match IsRpcRequest(std::string method);
 

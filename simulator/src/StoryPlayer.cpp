@@ -119,10 +119,13 @@ bool Player::PlayScene(const Scene& scene) {
         Follow(judge, kLook);
     }
     if (!judge.IsDone()) {
-        Follow(judge, 0ns);  // what has come within the limit counts, however late this looks at it
+        Follow(judge, 0ns);  // a last look: what came in time counts, also when the player was held up
     }
     while (judge.IsDone() && judge.Forbidden().empty() && journal.Now() < sceneStart + scene.lasts) {
         Follow(judge, sceneStart + scene.lasts - journal.Now());
+    }
+    if (scene.lasts > 0ms) {
+        Follow(judge, 0ns);
     }
     if (judge.IsDone() && judge.Forbidden().empty()) {
         return true;

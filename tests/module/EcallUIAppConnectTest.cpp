@@ -52,7 +52,7 @@ class EcallUIAppConnect : public testing::Test {
     }
     void AwaitStartUp() {
         journal.AwaitCount(2, IsTraced("SetGpioServiceState - exit"));
-        journal.AwaitCount(2, {.kind = Kind::Console, .contains = "SetGpioServiceState - exit"});
+        journal.AwaitCount(2, IsWithinConsoleLine("SetGpioServiceState - exit"));
     }
     /// The requests so far, by method.
     std::vector<std::string> Requests() {
@@ -116,6 +116,7 @@ TEST_F(EcallUIAppConnect, SaysOnTheConsoleHowTheConnectionComesAbout) {
     EXPECT_THAT(console, HasSubstr("Connected. (srvcUrl=xirtcp://127.0.0.1:50911)\n"));
     EXPECT_THAT(console, HasSubstr("SendSubscribeRequest send subscription message to server side (msgId=18)\n"));
     EXPECT_THAT(console, HasSubstr("SendSubscribeRequest- subscription response = 0\n"));
+    EXPECT_LT(console.find("SendSubscribeRequest send"), console.find("SendSubscribeRequest- subscription"));
 }
 
 TEST_F(EcallUIAppConnect, AgreeingMicrophonesAreLeftAlone) {

@@ -33,10 +33,8 @@ Match IsReplyTo(std::string method) {
     return match;
 }
 
-/// The end of a notification's handling; trace file and console come by different roads. A part of the console's line:
-/// not every message there takes the log's mutex, so two can share a line.
-const Match kExits[] = {IsTraced("SetGpioServiceState - exit"),
-                        {.kind = Kind::Console, .contains = "SetGpioServiceState - exit"}};
+/// The end of a notification's handling; trace file and console come by different roads.
+const Match kExits[] = {IsTraced("SetGpioServiceState - exit"), IsWithinConsoleLine("SetGpioServiceState - exit")};
 
 /// The service with its eCall service, after start-up.
 class EcallUIAppNotify : public testing::Test {

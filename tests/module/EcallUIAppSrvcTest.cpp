@@ -186,7 +186,7 @@ TEST(EcallUIAppSrvc, StartUpGoesThroughItsStagesInOrder) {
              "InitGpio - exit",
              "XirEcallapp_requestState ",
          }) {
-        after = world.module.journal.Await({.kind = Kind::Console, .contains = line}, after).seq + 1;
+        after = world.module.journal.Await(IsWithinConsoleLine(line), after).seq + 1;
     }
 }
 
@@ -320,8 +320,9 @@ TEST(EcallUIAppSrvc, ARequestDuringASelfTestIsAnsweredByThatTest) {
     SetSelfTestState(world.peer, ecall::kSelfTestUnknown);
     SetSelfTestState(world.peer, ecall::kSelfTestRequested);
     const Match asked = IsTraced("TSelfTestState_Requested (3) ==> request the self-test if not already started");
-    journal.Await(IsTraced("simProfileState"),
-                  journal.AwaitCount(2, asked).back().seq);  // it is said before it is done
+    journal.Await(
+        IsTraced("simProfileState"),
+        journal.AwaitCount(2, asked).back().seq);  // the request is said before its flag is set, this line after
     world.module.root.WriteFile(kGo, "");
     journal.Await(IsTraced("RunSelfTest - Exit"));
 

@@ -520,6 +520,7 @@ TEST_P(EcallUIGpioEventQuiet, IsOnlySaid) {
 
     EXPECT_EQ(GetParam().said, SaidOfEvent(unit, mark));
     EXPECT_THAT(unit.journal.All(IsKind(Kind::Open), mark), IsEmpty());
+    EXPECT_EQ(0U, unit.journal.Count(IsTraced("ControlAudioRelay ("), mark));
     EXPECT_THAT(unit.journal.All(IsKind(Kind::RpcRequest), mark), IsEmpty());
 }
 
@@ -978,7 +979,7 @@ TEST(EcallUIGpioEvent, BurstThatFitsAroundAnEmergencyMakesOneCall) {
     const int half = EventsThatFit(unit.module.Service(), 10'000) / 2;
 
     const uint64_t mark = unit.journal.Mark();
-    Halt(unit.module.Service());
+    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
     SendOtherEvents(unit, half);
     unit.module.SensorBecomes(SensorStatus::Emergency);
     SendOtherEvents(unit, half);
@@ -1010,7 +1011,7 @@ TEST(EcallUIGpioEvent, OverflowIsOneReceiveErrorAndWhatCameBeforeIsHandled) {
     const uint64_t mark = unit.journal.Mark();
 
     // What came first is in the buffer, however much comes behind it.
-    Halt(unit.module.Service());
+    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
     unit.module.SensorBecomes(SensorStatus::Emergency);
     SendOtherEvents(unit, EventsBeyondTheBuffer(unit.module.Service()));
     unit.module.Service().Signal(SIGCONT);
@@ -1029,7 +1030,7 @@ TEST(EcallUIGpioEvent, EmergencyThatFellIntoAnOverflowCallsWhenItIsRepeated) {
     unit.Start();
     const uint64_t mark = unit.journal.Mark();
 
-    Halt(unit.module.Service());
+    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
     SendOtherEvents(unit, EventsBeyondTheBuffer(unit.module.Service()));
     unit.module.SensorBecomes(SensorStatus::Emergency);
     unit.module.Service().Signal(SIGCONT);

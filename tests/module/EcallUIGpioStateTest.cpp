@@ -211,6 +211,7 @@ TEST(EcallUIGpioState, RepeatedNotificationChangesNothing) {
     const uint64_t mark = unit.Notify(3, kVoice);
 
     EXPECT_THAT(unit.journal.All(IsKind(Kind::Open), mark), IsEmpty());
+    EXPECT_EQ(0U, unit.journal.Count(IsTraced("ControlAudioRelay ("), mark));
     EXPECT_THAT(unit.journal.Texts({.kind = Kind::Trace, .subject = "EcallUIGpioState.cpp"}, mark),
                 ElementsAre("SetGpioServiceState - Enter, serviceState = 3", "SetGpioServiceState - exit"));
 }
@@ -378,7 +379,7 @@ TEST(EcallUIGpioState, StateThatDoesNotExistIsOnlySaidAndRemembered) {
     EXPECT_EQ(1U, unit.journal.Count(isBadParameter, unknownAudio, audioAgain));
     EXPECT_EQ(0U, unit.journal.Count(isBadParameter, audioAgain, idle));
     unit.journal.Await(IsInSyslog("SetGpioServiceState - bad parameter: serviceState = 50"));
-    unit.journal.Await(IsOnConsole("SetGpioServiceState - bad parameter: serviceState = 50"));
+    unit.journal.Await(IsWithinConsoleLine("SetGpioServiceState - bad parameter: serviceState = 50"));
     // Two notifications of 50 lie between the test call and now.
     EXPECT_THAT(LineWrites(unit, idle), ElementsAre("ecall-nlock/value = 1"));
 }

@@ -104,6 +104,10 @@ TEST(EcallUIGpioTest, DevicesAreTestedInOrder) {
                 ElementsAre("value = 1", "fda803-speaker", "pwm_status", "vantu_gpio_num = gpio_05",
                             "vantu_gpio_dir = out", "vantu_gpio_value = hi", "out_temp_battemp1_raw",
                             "vantu_gpio_num = gpio_05", "vantu_gpio_dir = out", "vantu_gpio_value = lo", kReport));
+    const Entry on = world.module.journal.Await(IsWritten(line::kRelay, "1"), world.Begin());
+    for (const Entry& off : world.module.journal.All(IsWritten(line::kRelay, "0"), on.seq)) {
+        EXPECT_GE(off.time - on.time, 5s);
+    }
     const Entry supplied = world.module.journal.Await(IsWritten(line::kAntennaValue, "hi"));
     const Entry measured = world.module.journal.Await(IsOpened(line::kAdc1));
     EXPECT_GE(measured.time - supplied.time, 300ms);

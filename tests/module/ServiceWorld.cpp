@@ -29,8 +29,7 @@ void ServiceWorld::Start() {
 
 void ServiceWorld::AwaitReady(uint64_t from) {
     // On the console: some tests leave the service without a trace file.
-    // A part of the line: not every message on the console takes the log's mutex, so two can share a line.
-    module.journal.Await({.kind = Kind::Console, .contains = "Wait for an event (blocking wait) "}, from);
+    module.journal.Await(IsWithinConsoleLine("Wait for an event (blocking wait) "), from);
 }
 
 void ServiceWorld::AwaitRest() {
@@ -45,9 +44,8 @@ bool ServiceWorld::IsCrashReported() {
     if (!peer.AwaitRequests(EcallMethod::TriggerEcall, before + 1)) {
         return false;
     }
-    module.journal.Await(
-        {.kind = Kind::Console, .contains = "service state    : TEcallappServiceState_ActiveAutomaticECall (101) "},
-        mark);
+    module.journal.Await(IsWithinConsoleLine("service state    : TEcallappServiceState_ActiveAutomaticECall (101) "),
+                         mark);
     return peer.Requests(EcallMethod::TriggerEcall) == before + 1;
 }
 

@@ -150,10 +150,8 @@ TEST_F(Dispatch, TimersAreCalledInTheOrderOfTheirTimes) {
         ProtobufCRPCDispatchTimer* const timers[] = {AddTimer(20, "third"), AddTimer(0, "first"),
                                                      AddTimer(10, "second"), AddTimer(20, "fourth")};
         isHeldUp = steady_clock::now() - start >= milliseconds{10};
-        for (ProtobufCRPCDispatchTimer* timer : timers) {
-            if (isHeldUp) {
-                protobuf_c_rpc_dispatch_remove_timer(timer);
-            }
+        for (size_t index = 0; isHeldUp && index < std::size(timers); ++index) {
+            protobuf_c_rpc_dispatch_remove_timer(timers[index]);
         }
     }
 

@@ -9,13 +9,13 @@
 #include "EcallUIData.h"
 #include "EcallUIShared.h"
 #include "Faults.h"
+#include "OpenedProxy.h"
 #include "ProtoBytes.h"
 #include "Scarcity.h"
 #include "ServerPeer.h"
 #include "ServiceTest.h"
 #include "Trace.h"
 #include "XirEcallapp.h"
-#include "XirRpcClient.h"
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -48,9 +48,7 @@ class EcallUIAppConnectPull : public testing::Test {
         peer.Answer(kRequestState, ProtoBytes().Number(1, 0).Message(2, ProtoBytes(state).Number(6, 2)).bytes);
         const XirConnection connection{"EcallAppClient", url.c_str()};
         EXPECT_EQ(0, XirEcallapp_createProxy(&proxy, &connection));
-        // The connection's callback may print its line only now.
-        auto& record = *reinterpret_cast<XirRpcProxy*>(proxy);
-        EXPECT_EQ(0, xir_common_osal_wait_flag(record.thread, &record.flags[kXirRpcFlagOpened]));
+        AwaitOpened(proxy);
         pProxyEcallapp = proxy;
     }
     ~EcallUIAppConnectPull() override {

@@ -453,7 +453,8 @@ std::vector<steady_clock::duration> PausesOfANewClient(const std::string& path, 
 TEST_F(XirCommonRpcClient, PausesBetweenAttemptsDoubleUpToASecond) {
     const milliseconds kPauses[] = {milliseconds{50},  milliseconds{100},  milliseconds{200}, milliseconds{400},
                                     milliseconds{800}, milliseconds{1000}, milliseconds{1000}};
-    constexpr milliseconds kHeldUp{400};  // by a busy machine; a connection that lives for a second begins anew
+    // More than this is a busy machine's doing. A connection that it keeps alive for a second begins the pauses anew.
+    constexpr milliseconds kHeldUp{400};
     constexpr int kTries = 10;
     std::vector<steady_clock::duration> pauses;
     bool heldUp = true;
@@ -461,13 +462,10 @@ TEST_F(XirCommonRpcClient, PausesBetweenAttemptsDoubleUpToASecond) {
         pauses = PausesOfANewClient(folder.File("try" + std::to_string(attempt)), std::size(kPauses));
         heldUp = false;
         for (size_t index = 0; index < std::size(kPauses); ++index) {
-            heldUp = heldUp || pauses[index] > kPauses[index] + kHeldUp;
+            heldUp = heldUp || pauses[index] < kPauses[index] || pauses[index] > kPauses[index] + kHeldUp;
         }
     }
-    EXPECT_FALSE(heldUp);
-    for (size_t index = 0; index < std::size(kPauses); ++index) {
-        EXPECT_GE(pauses[index], kPauses[index]) << index;
-    }
+    EXPECT_FALSE(heldUp) << testing::PrintToString(pauses);
 }
 
 TEST_F(XirCommonRpcClient, AConnectionThatLivedForASecondBeginsThePausesAnew) {

@@ -305,7 +305,8 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 uint16_t FreePort() {
-    // Stays bound, without listening: server and client share the address, and nobody else is given the port.
+    // Stays bound without listening, so the kernel gives the port to nobody else. A server can still bind it, because
+    // both allow reuse.
     static std::vector<RawSocket> reserved;
     const RawSocket& socket = reserved.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int share = 1;

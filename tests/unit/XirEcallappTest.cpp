@@ -17,6 +17,7 @@
 #include <future>
 #include <thread>
 
+#include "OpenedProxy.h"
 #include "ProtoBytes.h"
 #include "RawPeer.h"
 #include "Scarcity.h"
@@ -103,11 +104,6 @@ struct Client {
         return status;
     }
     ~Client() { XirEcallapp_releaseProxy(proxy); }
-    /// Waits until the connection's callback has printed its line: the proxy may be there before.
-    void AwaitOpened() const {
-        auto& record = *reinterpret_cast<XirRpcProxy*>(proxy);
-        EXPECT_EQ(0, xir_common_osal_wait_flag(record.thread, &record.flags[kXirRpcFlagOpened]));
-    }
 };
 
 class XirEcallapp : public testing::Test {
@@ -116,7 +112,7 @@ class XirEcallapp : public testing::Test {
     void SetUp() override {
         ASSERT_EQ(0, client.Connect(url));
         ASSERT_NE(nullptr, client.proxy);
-        client.AwaitOpened();
+        AwaitOpened(client.proxy);
     }
 
     ServerPeer peer;
@@ -136,7 +132,7 @@ class XirEcallappRaw : public testing::Test {
         EXPECT_EQ(kVersion, question.method);
         EXPECT_EQ(kRequest, question.kind);
         ASSERT_EQ(0, creation.get());
-        client.AwaitOpened();
+        AwaitOpened(client.proxy);
     }
     std::future<int32_t> Trigger() {
         return std::async(std::launch::async, [this] { return XirEcallapp_triggerEcall(client.proxy, 1); });

@@ -44,11 +44,14 @@ TEST(XirSelfConnect, AClientNeverTakesItselfForItsPeer) {
     ASSERT_TRUE(client.errors.Wait(1));
 
     EXPECT_EQ(0, client.opened.Count());
-    RawSocket server = RawSocket::ListenTcp(kPort);  // the real server still gets its port,
-    while (!server.IsOpen()) {                       // between two attempts of the client
+    // The real server still gets its port, between two attempts of the client.
+    RawSocket server = RawSocket::ListenTcp(kPort);
+    for (const auto end = std::chrono::steady_clock::now() + kPatience;
+         !server.IsOpen() && std::chrono::steady_clock::now() < end;) {
         std::this_thread::yield();
         server = RawSocket::ListenTcp(kPort);
     }
+    ASSERT_TRUE(server.IsOpen());
     std::ofstream("/proc/sys/net/ipv4/ip_local_port_range") << "40000 50000" << std::endl;
     EXPECT_TRUE(client.WaitConnected());
 }
