@@ -1,19 +1,10 @@
 // From kernel events to emergency calls, on the whole unit.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/capability.h>
-#include <linux/netlink.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "GpioTest.h"
 
@@ -28,18 +19,7 @@ using testing::Not;
 
 namespace {
 
-constexpr char kAutomaticCall[] = "automatic=1";
-constexpr char kManualCall[] = "automatic=0";
 constexpr char kPress[] = "EVENT=ECALL ACTIVATED";
-
-/// Sends an event of some device and waits until it was handled; answers a mark before it.
-uint64_t Announce(Unit& unit, const std::string& text) {
-    const uint64_t mark = unit.journal.Mark();
-    unit.module.uevents.Send({"change@/devices/any", "ACTION=change", text});
-    const Entry seen = unit.journal.Await(IsTraced("NbReadyDescriptor = 1 "), mark);
-    unit.AwaitIdleEventThread(seen.seq);
-    return mark;
-}
 
 /// What the event unit has said since the mark.
 Texts Said(Unit& unit, uint64_t from) {
@@ -230,7 +210,7 @@ TEST(EcallUIGpioEvent, ButtonDeviceThatIsMissingIsSaidAndTheSensorIsHeardAllTheS
 
     EXPECT_THAT(Said(unit, 0), AllOf(Contains("Unable to open /sys/devices/ecall_isr.xxx/irq_enable"),
                                      Not(Contains("ConfigureEcallButtonNrqst - Exit"))));
-    const uint64_t mark = Announce(unit, "EVENT=NORMAL");
+    const uint64_t mark = unit.Announce("EVENT=NORMAL");
     EXPECT_THAT(SaidOfEvent(unit, mark),
                 Contains("ecall-ens AIRBAG_SENSOR_NORMAL_MODE_10HZ ==> sensor detected (PWM 10 Hz)"));
 }
@@ -403,7 +383,7 @@ TEST(EcallUIGpioEvent, AntennaThatIsSelectedIsNotSelectedAgain) {
     SaveState(unit.module, {.antennaSelected = true});
     unit.Start();
 
-    const uint64_t mark = Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t mark = unit.Announce("EVENT=EMERGENCY");
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall));
     EXPECT_THAT(AntennaWrites(unit, mark), IsEmpty());
@@ -415,7 +395,7 @@ TEST(EcallUIGpioEvent, CallIsRequestedEvenIfTheAntennaCannotBeSelected) {
     unit.Start();
     unit.module.attributes.AddFault(line::kAntennaNumber, Use::Open, Fault::Error(EIO));
 
-    Announce(unit, "EVENT=EMERGENCY");
+    unit.Announce("EVENT=EMERGENCY");
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall));
     EXPECT_EQ("0 0 0", StateFile(unit.module));
@@ -425,19 +405,19 @@ TEST(EcallUIGpioEvent, SecondEmergencyCallsOnlyAfterANormalSignal) {
     Unit unit;
     unit.Start();
 
-    Announce(unit, "EVENT=EMERGENCY");
-    const uint64_t repeated = Announce(unit, "EVENT=EMERGENCY");
+    unit.Announce("EVENT=EMERGENCY");
+    const uint64_t repeated = unit.Announce("EVENT=EMERGENCY");
     EXPECT_EQ(1U, unit.Triggers().size());
     EXPECT_THAT(SaidOfEvent(unit, repeated),
                 ElementsAre("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)",
                             "ecall-ens AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> sensor emergency detected (PWM 1kHz)"));
 
-    const uint64_t normal = Announce(unit, "EVENT=NORMAL");
+    const uint64_t normal = unit.Announce("EVENT=NORMAL");
     EXPECT_EQ("1 0 1", StateFile(unit.module));
     EXPECT_THAT(SaidOfEvent(unit, normal),
                 ElementsAre("ecall-ens ==> sensor detected (PWM 10 Hz)",
                             "ecall-ens AIRBAG_SENSOR_NORMAL_MODE_10HZ ==> sensor detected (PWM 10 Hz)"));
-    Announce(unit, "EVENT=EMERGENCY");
+    unit.Announce("EVENT=EMERGENCY");
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall, kAutomaticCall));
 }
 
@@ -446,14 +426,14 @@ TEST(EcallUIGpioEvent, RefusedCallStaysArmedForTheNextEmergency) {
     unit.Start();
     unit.peer.Answer(EcallMethod::TriggerEcall, {.code = 1});
 
-    const uint64_t refused = Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t refused = unit.Announce("EVENT=EMERGENCY");
     EXPECT_THAT(SaidOfEvent(unit, refused), Not(Contains(HasSubstr("Auto Ecall triggered"))));
     EXPECT_THAT(SaidOfEvent(unit, refused), Contains("XirEcallapp_triggerEcall error :  srvcResult = 1"));
     unit.journal.Await(IsInSyslog("XirEcallapp_triggerEcall error :  srvcResult = 1"), refused);
     EXPECT_EQ("1 0 1", StateFile(unit.module));
 
     unit.peer.Answer(EcallMethod::TriggerEcall, {});
-    Announce(unit, "EVENT=EMERGENCY");
+    unit.Announce("EVENT=EMERGENCY");
     EXPECT_EQ(2U, unit.Triggers().size());
     EXPECT_EQ("1 0 0", StateFile(unit.module));
 }
@@ -463,14 +443,14 @@ TEST(EcallUIGpioEvent, EmergencyWhileTheEcallServiceIsGoneStaysArmed) {
     unit.Start();
     unit.peer.Stop();
 
-    const uint64_t missed = Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t missed = unit.Announce("EVENT=EMERGENCY");
     EXPECT_EQ("1 0 1", StateFile(unit.module));
     EXPECT_THAT(SaidOfEvent(unit, missed), Contains("XirEcallapp_triggerEcall error :  srvcResult = -12"));
 
     ASSERT_TRUE(unit.peer.Start());
     ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::Subscribe, 2));
     unit.Notify(4, 0);  // the unit reads again only once it takes itself for connected
-    Announce(unit, "EVENT=EMERGENCY");
+    unit.Announce("EVENT=EMERGENCY");
     EXPECT_THAT(unit.Triggers(), ElementsAre(kAutomaticCall));
     EXPECT_EQ("1 0 0", StateFile(unit.module));
 }
@@ -479,7 +459,7 @@ TEST(EcallUIGpioEvent, EmergencyOfASensorThatIsNotUsedDoesNothing) {
     Unit unit;
     unit.Start({{"GpioInputPwm_ENS_Used", "false"}});
 
-    const uint64_t mark = Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t mark = unit.Announce("EVENT=EMERGENCY");
 
     EXPECT_THAT(unit.Triggers(), IsEmpty());
     EXPECT_THAT(AntennaWrites(unit, mark), IsEmpty());
@@ -493,7 +473,7 @@ TEST(EcallUIGpioEvent, EmergencyWithoutEcallServiceDoesNothing) {
     Unit unit;
     unit.StartAlone();
 
-    const uint64_t mark = Announce(unit, "EVENT=EMERGENCY");
+    const uint64_t mark = unit.Announce("EVENT=EMERGENCY");
 
     EXPECT_THAT(SaidOfEvent(unit, mark),
                 ElementsAre("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)",
@@ -516,7 +496,7 @@ TEST_P(EcallUIGpioEventQuiet, IsOnlySaid) {
     Unit unit;
     unit.Start({{"AudioRelayUsed", "false"}});  // no delayed switch-off that may fall into the silence
 
-    const uint64_t mark = Announce(unit, GetParam().text);
+    const uint64_t mark = unit.Announce(GetParam().text);
 
     EXPECT_EQ(GetParam().said, SaidOfEvent(unit, mark));
     EXPECT_THAT(unit.journal.All(IsKind(Kind::Open), mark), IsEmpty());
@@ -554,7 +534,7 @@ TEST(EcallUIGpioEvent, ButtonGoesBeforeTheSensorInOneString) {
     Unit unit;
     unit.StartAlone({{"EcallButtonUsed", "false"}});
 
-    const uint64_t mark = Announce(unit, "EVENT=NORMAL ECALL ACTIVATED");
+    const uint64_t mark = unit.Announce("EVENT=NORMAL ECALL ACTIVATED");
 
     EXPECT_THAT(SaidOfEvent(unit, mark),
                 ElementsAre("uevent_hdlr ==> ecall-nrqst BUTTON_MANUAL_ECALL_ACTIVATED",
@@ -581,7 +561,7 @@ TEST(EcallUIGpioEvent, PressThatLastsCalls) {
     unit.Start({{"EcallButtonPressMinimalTimeForTrigMs", "200"}});
     unit.module.SetButton(true);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kManualCall));
     EXPECT_EQ(kSelectAntenna, AntennaWrites(unit, mark));
@@ -616,7 +596,7 @@ TEST(EcallUIGpioEvent, PressLeavesAnAntennaThatIsSelected) {
     unit.Start();
     unit.module.SetButton(true);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kManualCall));
     EXPECT_THAT(AntennaWrites(unit, mark), IsEmpty());
@@ -626,11 +606,11 @@ TEST(EcallUIGpioEvent, ActiveLowPressCalls) {
     Unit unit;
     unit.Start({{"GpioInputButton_nRQST_ActiveLow", "true"}});
     unit.module.SetButton(true);
-    Announce(unit, kPress);
+    unit.Announce(kPress);
     EXPECT_THAT(unit.Triggers(), IsEmpty());
 
     unit.module.SetButton(false);
-    Announce(unit, kPress);
+    unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), ElementsAre(kManualCall));
 }
@@ -640,7 +620,7 @@ TEST(EcallUIGpioEvent, PressThatIsOverAtTheFirstLookIsSpurious) {
     unit.Start();
     unit.module.SetButton(false);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), IsEmpty());
     EXPECT_EQ(1U, unit.journal.Count(IsRead(line::kButton), mark));
@@ -654,7 +634,7 @@ TEST(EcallUIGpioEvent, PressThatIsOverAtTheSecondLookIsSpurious) {
     int looks = 0;
     unit.module.attributes.OnRead(line::kButton, [&looks] { return std::string(looks++ == 0 ? "1\n" : "0\n"); });
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), IsEmpty());
     EXPECT_EQ(2U, unit.journal.Count(IsRead(line::kButton), mark));
@@ -667,7 +647,7 @@ TEST(EcallUIGpioEvent, ButtonThatCannotBeReadIsSpurious) {
         unit.module.attributes.SetMissing(line::kButton);
         unit.Start({{"GpioInputButton_nRQST_ActiveLow", activeLow}});
 
-        const uint64_t mark = Announce(unit, kPress);
+        const uint64_t mark = unit.Announce(kPress);
 
         EXPECT_THAT(unit.Triggers(), IsEmpty());
         EXPECT_THAT(SaidOfEvent(unit, mark), Contains("spurious signal on ecall-nrqst ==> do nothing"));
@@ -677,7 +657,7 @@ TEST(EcallUIGpioEvent, ButtonThatCannotBeReadIsSpurious) {
 TEST(EcallUIGpioEvent, PressIsLeftToThePollingWhereThatIsOn) {
     Unit unit;
     unit.Start({{"EcallButtonPullingDetectionMode", "true"}, {"EcallButtonUsed", "false"}});
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.journal.All(IsRead(line::kButton), mark), IsEmpty());
     EXPECT_THAT(SaidOfEvent(unit, mark),
@@ -690,7 +670,7 @@ TEST(EcallUIGpioEvent, PressOfAButtonThatIsNotUsedDoesNothing) {
     unit.Start({{"EcallButtonUsed", "false"}});
     unit.module.SetButton(true);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(unit.Triggers(), IsEmpty());
     EXPECT_THAT(unit.journal.All(IsRead(line::kButton), mark), IsEmpty());
@@ -703,7 +683,7 @@ TEST(EcallUIGpioEvent, PressWithoutEcallServiceDoesNothing) {
     unit.StartAlone();
     unit.module.SetButton(true);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_THAT(SaidOfEvent(unit, mark),
                 ElementsAre("uevent_hdlr ==> ecall-nrqst BUTTON_MANUAL_ECALL_ACTIVATED",
@@ -718,7 +698,7 @@ TEST(EcallUIGpioEvent, RefusedManualCallIsNotLookedAt) {
     unit.peer.Answer(EcallMethod::TriggerEcall, {.missing = true});
     unit.module.SetButton(true);
 
-    const uint64_t mark = Announce(unit, kPress);
+    const uint64_t mark = unit.Announce(kPress);
 
     EXPECT_EQ(1U, unit.Triggers().size());
     EXPECT_EQ("ecall-nrqst, BUTTON_MANUAL_ECALL_ACTIVATED ==> Manual ecall activated", SaidOfEvent(unit, mark).back());
@@ -730,8 +710,8 @@ TEST(EcallUIGpioEvent, DtrSwitchesTheLed) {
     Unit unit;
     unit.Start();
 
-    const uint64_t on = Announce(unit, "EVENT=DTR ACTIVATED");
-    const uint64_t off = Announce(unit, "EVENT=DTR INACTIVATED");
+    const uint64_t on = unit.Announce("EVENT=DTR ACTIVATED");
+    const uint64_t off = unit.Announce("EVENT=DTR INACTIVATED");
 
     EXPECT_THAT(unit.journal.Texts(IsWritten(unit.module.Led("enable")), on, off), ElementsAre("1"));
     EXPECT_THAT(unit.journal.Texts(IsWritten(unit.module.Led("enable")), off), ElementsAre("0"));
@@ -747,9 +727,9 @@ TEST(EcallUIGpioEvent, LostInterruptIsRecoveredOnceAtATime) {
     unit.Start();
     unit.module.ioctls.AddFault("*command 44", Fault::Slow(24h));  // the first recovery never gets further
 
-    const uint64_t first = Announce(unit, "EVENT=INVALID_NO_IRQ");
+    const uint64_t first = unit.Announce("EVENT=INVALID_NO_IRQ");
     unit.journal.Await(IsKind(Kind::NetIoctl), first);
-    const uint64_t second = Announce(unit, "EVENT=INVALID_NO_IRQ");
+    const uint64_t second = unit.Announce("EVENT=INVALID_NO_IRQ");
 
     EXPECT_THAT(SaidOfEvent(unit, second),
                 ElementsAre("ecall-ens : NO_IRQ", "ecall-ens AIRBAG_SENSOR_INVALID_NO_IRQ",
@@ -762,7 +742,7 @@ TEST(EcallUIGpioEvent, LostInterruptIsRecoveredAgainAfterARecovery) {
     unit.Start();
 
     for (std::size_t recoveries = 1; recoveries <= 2; ++recoveries) {
-        const uint64_t mark = Announce(unit, "EVENT=INVALID_NO_IRQ");
+        const uint64_t mark = unit.Announce("EVENT=INVALID_NO_IRQ");
 
         EXPECT_THAT(SaidOfEvent(unit, mark),
                     ElementsAre("ecall-ens : NO_IRQ", "ecall-ens AIRBAG_SENSOR_INVALID_NO_IRQ",
@@ -794,9 +774,9 @@ TEST(EcallUIGpioEvent, RecoveryThatTheDriverRefusesIsNeverTriedAgain) {
     unit.Start();
     unit.module.ioctls.AddFault("eth0 command 44", Fault::Error(EIO).Once());
 
-    const uint64_t first = Announce(unit, "EVENT=INVALID_NO_IRQ");
+    const uint64_t first = unit.Announce("EVENT=INVALID_NO_IRQ");
     unit.journal.Await(IsTraced("IOCTL ERROR (1) ==> GpioRecoveryThread - Exit"), first);
-    const uint64_t second = Announce(unit, "EVENT=INVALID_NO_IRQ");
+    const uint64_t second = unit.Announce("EVENT=INVALID_NO_IRQ");
 
     EXPECT_THAT(SaidOfEvent(unit, second),
                 Contains("ecall-ens AIRBAG_SENSOR_INVALID_NO_IRQ, GpioIrqRecovery == false, do nothing"));
@@ -807,385 +787,13 @@ TEST(EcallUIGpioEvent, LostInterruptIsLeftAloneWhereRecoveryIsOff) {
     Unit unit;
     unit.Start({{"GpioIrqRecovery", "false"}});
 
-    const uint64_t mark = Announce(unit, "EVENT=INVALID_NO_IRQ");
+    const uint64_t mark = unit.Announce("EVENT=INVALID_NO_IRQ");
 
     EXPECT_THAT(SaidOfEvent(unit, mark),
                 ElementsAre("ecall-ens : NO_IRQ", "ecall-ens AIRBAG_SENSOR_INVALID_NO_IRQ",
                             "ecall-ens AIRBAG_SENSOR_INVALID_NO_IRQ, GpioIrqRecovery == false, do nothing"));
     EXPECT_THAT(unit.journal.All(IsKind(Kind::NetIoctl)), IsEmpty());
 }
-
-// ---- The socket ----
-
-/// The number of a process that has just been; the next ones come right after it.
-uint32_t LatestProcess() {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(0);
-    }
-    EXPECT_EQ(child, waitpid(child, nullptr, 0));
-    return static_cast<uint32_t>(child);
-}
-
-/// Takes the netlink ports of the processes to come: whoever binds its own process number then fails.
-class PortTaker {
-  public:
-    explicit PortTaker(uint32_t count) {
-        const uint32_t latest = LatestProcess();
-        for (uint32_t i = 1; i <= count; ++i) {
-            const int taker = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
-            sockaddr_nl address{};
-            address.nl_family = AF_NETLINK;
-            address.nl_pid = latest + i;
-            EXPECT_EQ(0, bind(taker, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-            takers.push_back(taker);
-        }
-    }
-    ~PortTaker() { std::ranges::for_each(takers, close); }
-    PortTaker(const PortTaker&) = delete;
-    PortTaker& operator=(const PortTaker&) = delete;
-
-  private:
-    std::vector<int> takers;
-};
-
-TEST(EcallUIGpioEvent, WithoutItsSocketTheServiceEnds) {
-    Unit unit;
-    const PortTaker taker(200);
-    Configure(unit.module, {{"ConnectEcallService", "false"}});
-
-    unit.module.StartService();
-
-    const std::optional<int> status = unit.module.Service().WaitForEnd();
-    ASSERT_TRUE(status.has_value()) << unit.journal.Dump();
-    EXPECT_EQ("exited 1", PrintStatus(*status));
-    EXPECT_THAT(unit.module.Service().Output(), HasSubstr("nuevent bind fail"));
-    unit.journal.Await(IsInSyslog("nuevent bind fail"));
-    EXPECT_THAT(HardwareMessages(unit.module), Contains("nuevent bind fail"));
-}
-
-TEST(EcallUIGpioEvent, SocketThatCannotBeMadeEndsTheProcessToo) {
-    Module module;
-    Configure(module, {{"ConnectEcallService", "false"}});
-
-    ModuleProcess& probe = StartPerforming(module, {"fail socket " + std::to_string(EMFILE), "InitGpio", "stay"});
-
-    const std::optional<int> status = probe.WaitForEnd();
-    ASSERT_TRUE(status.has_value()) << module.journal.Dump();
-    EXPECT_EQ("exited 1", PrintStatus(*status));
-    EXPECT_THAT(probe.Output(), HasSubstr("nuevent bind fail"));
-    EXPECT_THAT(HardwareMessages(module), Contains("nuevent bind fail"));
-    module.journal.Await(IsInSyslog("nuevent bind fail"));
-}
-
-/// A copy of the service's event socket; -1 when there is none.
-int CopyEventSocket(const ModuleProcess& service) {
-    const int process = static_cast<int>(syscall(SYS_pidfd_open, service.Pid(), 0));
-    int found = -1;
-    for (int fd = 0; fd < 64 && found < 0; ++fd) {
-        const int copy = static_cast<int>(syscall(SYS_pidfd_getfd, process, fd, 0));
-        int protocol = 0;
-        socklen_t size = sizeof protocol;
-        int domain = 0;
-        const bool isEventSocket =
-            copy >= 0 && getsockopt(copy, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_NETLINK &&
-            getsockopt(copy, SOL_SOCKET, SO_PROTOCOL, &protocol, &size) == 0 && protocol == NETLINK_KOBJECT_UEVENT;
-        if (isEventSocket) {
-            found = copy;
-        } else if (copy >= 0) {
-            close(copy);
-        }
-    }
-    close(process);
-    return found;
-}
-
-int ReceiveBuffer(const ModuleProcess& service) {
-    const int copy = CopyEventSocket(service);
-    int granted = 0;
-    socklen_t size = sizeof granted;
-    EXPECT_EQ(0, getsockopt(copy, SOL_SOCKET, SO_RCVBUF, &granted, &size));
-    close(copy);
-    return granted;
-}
-
-TEST(EcallUIGpioEvent, SocketHearsAllGroupsUnderTheProcessNumber) {
-    Unit unit;
-    unit.StartAlone();
-
-    const int copy = CopyEventSocket(unit.module.Service());
-
-    sockaddr_nl address{};
-    socklen_t size = sizeof address;
-    ASSERT_EQ(0, getsockname(copy, reinterpret_cast<sockaddr*>(&address), &size));
-    EXPECT_EQ(0xFFFFFFFFU, address.nl_groups);
-    EXPECT_EQ(static_cast<uint32_t>(unit.module.Service().Pid()), address.nl_pid);
-    close(copy);
-}
-
-TEST(EcallUIGpioEvent, ReceiveBufferIsAsLargeAsTheSystemGrants) {
-    Unit unit;
-    unit.StartAlone();
-    const int granted = ReceiveBuffer(unit.module.Service());
-
-    // Whatever this process may have, the service has.
-    const int own = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
-    const int wish = 128 * 1024 * 1024;
-    if (setsockopt(own, SOL_SOCKET, SO_RCVBUFFORCE, &wish, sizeof wish) != 0) {
-        ASSERT_EQ(0, setsockopt(own, SOL_SOCKET, SO_RCVBUF, &wish, sizeof wish));
-    }
-    int expected = 0;
-    socklen_t size = sizeof expected;
-    ASSERT_EQ(0, getsockopt(own, SOL_SOCKET, SO_RCVBUF, &expected, &size));
-    EXPECT_EQ(expected, granted);
-    close(own);
-}
-
-void SendOtherEvents(Unit& unit, int count) {
-    const std::string datagram = "change@/devices/other" + std::string(1, '\0') + "ACTION=change" + '\0';
-    for (int i = 0; i < count; ++i) {
-        unit.module.uevents.SendRaw(datagram);
-    }
-}
-
-/// Repeats an event, as the sensor's driver does, until a message comes: one alone may fall into an overflow.
-void AnnounceUntil(Unit& unit, const std::string& text, const std::string& message, uint64_t from) {
-    do {
-        unit.module.uevents.Send({"change@/devices/any", text});
-    } while (!unit.journal.WaitFor(IsTraced(message), from, 100ms));
-}
-
-// A small event takes between half a KiB and 2 KiB of the buffer.
-int EventsThatFit(const ModuleProcess& service, int atMost) {
-    return std::min(ReceiveBuffer(service) / 2048, atMost);
-}
-int EventsBeyondTheBuffer(const ModuleProcess& service) {
-    return ReceiveBuffer(service) / 512;
-}
-
-/// Stops the service and waits until all its threads stand still: the signal alone does not tell when.
-void Halt(ModuleProcess& service) {
-    service.Signal(SIGSTOP);
-    siginfo_t info{};
-    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(service.Pid()), &info, WSTOPPED | WNOWAIT));
-}
-
-constexpr char kOverflow[] = "uevent_hdlr: Error recvmsg: 105";  // ENOBUFS
-constexpr char kTriggered[] = "Auto Ecall triggered";
-
-TEST(EcallUIGpioEvent, BurstThatFitsAroundAnEmergencyMakesOneCall) {
-    Unit unit;
-    unit.Start();
-    const int half = EventsThatFit(unit.module.Service(), 10'000) / 2;
-
-    const uint64_t mark = unit.journal.Mark();
-    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
-    SendOtherEvents(unit, half);
-    unit.module.SensorBecomes(SensorStatus::Emergency);
-    SendOtherEvents(unit, half);
-    unit.module.uevents.Send({"change@/devices/any", "EVENT=SENSOR NOT DETECTED"});
-    unit.module.Service().Signal(SIGCONT);
-
-    unit.journal.Await(IsTraced("AIRBAG_SENSOR_NOT_DETECTED"), mark);
-    EXPECT_THAT(unit.Triggers(mark), ElementsAre(kAutomaticCall));
-    EXPECT_EQ(0U, unit.journal.Count(IsTraced(kOverflow), mark));
-}
-
-TEST(EcallUIGpioEvent, BurstOf10000AroundAnEmergencyMakesOneCallAsTheDriverRepeatsIt) {
-    Unit unit;
-    unit.Start();
-
-    const uint64_t mark = unit.journal.Mark();
-    SendOtherEvents(unit, 5000);
-    unit.module.SensorBecomes(SensorStatus::Emergency);
-    SendOtherEvents(unit, 5000);
-    AnnounceUntil(unit, "EVENT=EMERGENCY", kTriggered, mark);
-
-    AnnounceUntil(unit, "EVENT=SENSOR NOT DETECTED", "AIRBAG_SENSOR_NOT_DETECTED", mark);
-    EXPECT_THAT(unit.Triggers(mark), ElementsAre(kAutomaticCall));
-}
-
-TEST(EcallUIGpioEvent, OverflowIsOneReceiveErrorAndWhatCameBeforeIsHandled) {
-    Unit unit;
-    unit.Start();
-    const uint64_t mark = unit.journal.Mark();
-
-    // What came first is in the buffer, however much comes behind it.
-    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
-    unit.module.SensorBecomes(SensorStatus::Emergency);
-    SendOtherEvents(unit, EventsBeyondTheBuffer(unit.module.Service()));
-    unit.module.Service().Signal(SIGCONT);
-
-    const Entry overflow = unit.journal.Await(IsTraced(kOverflow), mark);
-    unit.journal.Await(IsTraced("ecall-ens NO_EVENT_ERROR ==> error sensor"), overflow.seq);
-    unit.journal.Await(IsInSyslog(kOverflow), mark);
-    const Entry triggered = unit.journal.Await(IsTraced(kTriggered), mark);
-    AnnounceUntil(unit, "EVENT=SENSOR NOT DETECTED", "AIRBAG_SENSOR_NOT_DETECTED", triggered.seq);
-    EXPECT_THAT(unit.Triggers(mark), ElementsAre(kAutomaticCall));
-    EXPECT_EQ(1U, unit.journal.Count(IsTraced(kOverflow), mark));
-}
-
-TEST(EcallUIGpioEvent, EmergencyThatFellIntoAnOverflowCallsWhenItIsRepeated) {
-    Unit unit;
-    unit.Start();
-    const uint64_t mark = unit.journal.Mark();
-
-    ASSERT_NO_FATAL_FAILURE(Halt(unit.module.Service()));
-    SendOtherEvents(unit, EventsBeyondTheBuffer(unit.module.Service()));
-    unit.module.SensorBecomes(SensorStatus::Emergency);
-    unit.module.Service().Signal(SIGCONT);
-    const Entry overflow = unit.journal.Await(IsTraced(kOverflow), mark);
-    AnnounceUntil(unit, "EVENT=SENSOR NOT DETECTED", "AIRBAG_SENSOR_NOT_DETECTED", overflow.seq);
-    EXPECT_THAT(unit.Triggers(mark), IsEmpty());
-
-    AnnounceUntil(unit, "EVENT=EMERGENCY", kTriggered, overflow.seq);
-
-    EXPECT_THAT(unit.Triggers(mark), ElementsAre(kAutomaticCall));
-    EXPECT_EQ(1U, unit.journal.Count(IsTraced(kOverflow), mark));
-}
-
-constexpr char kForged[] = "change@/devices/vantu_pwm.0\0EVENT=EMERGENCY";
-
-/// Sends bytes to one port, or to groups; answers the errno.
-int SendTo(int forger, uint32_t port, uint32_t groups, const std::string& bytes) {
-    sockaddr_nl target{};
-    target.nl_family = AF_NETLINK;
-    target.nl_pid = port;
-    target.nl_groups = groups;
-    const ssize_t sent =
-        sendto(forger, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&target), sizeof target);
-    return sent < 0 ? errno : 0;
-}
-
-/// Asks the kernel to pass the event on as its own; answers the errno in its reply, 0 when it did.
-int AskKernel(int forger) {
-    nlmsghdr header{};
-    header.nlmsg_len = NLMSG_LENGTH(sizeof kForged);
-    header.nlmsg_type = NLMSG_MIN_TYPE;
-    header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
-    std::string request(reinterpret_cast<const char*>(&header), sizeof header);
-    request.append(kForged, sizeof kForged);
-    EXPECT_EQ(0, SendTo(forger, 0, 0, request));
-    struct {
-        nlmsghdr header;
-        nlmsgerr error;
-        char original[256];
-    } reply{};
-    EXPECT_LT(0, recv(forger, &reply, sizeof reply, MSG_DONTWAIT));  // the kernel has answered by now
-    EXPECT_EQ(NLMSG_ERROR, reply.header.nlmsg_type);
-    return -reply.error.error;
-}
-
-/// Tries to send an emergency without any capability; answers the errno of each way: to all listeners, to the service,
-/// to both, through the kernel.
-std::vector<int> Forge(uint32_t servicePort) {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct none[2] = {};
-    EXPECT_EQ(0, syscall(SYS_capset, &header, none));
-    const int forger = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
-    const std::string datagram(kForged, sizeof kForged);
-    std::vector<int> errors = {SendTo(forger, 0, 1, datagram), SendTo(forger, servicePort, 0, datagram),
-                               SendTo(forger, servicePort, 1, datagram), AskKernel(forger)};
-    close(forger);
-    return errors;
-}
-
-TEST(EcallUIGpioEvent, ProcessWithoutPrivilegeCannotForgeAnEvent) {
-    Unit unit;
-    unit.Start();
-    const uint64_t mark = unit.journal.Mark();
-
-    std::vector<int> errors;
-    std::thread([&] { errors = Forge(static_cast<uint32_t>(unit.module.Service().Pid())); }).join();
-
-    EXPECT_THAT(errors, ElementsAre(EPERM, EPERM, EPERM, EPERM));
-    Announce(unit, "EVENT=SENSOR NOT DETECTED");
-    EXPECT_THAT(unit.Triggers(mark), IsEmpty());
-    EXPECT_EQ(1U, unit.journal.Count(IsTraced("NbReadyDescriptor = 1 "), mark));
-}
-
-// ---- Receiving and waiting that fail ----
-
-constexpr char kWaiting[] = "Wait for an event (blocking wait) ";
-constexpr char kReady[] = "NbReadyDescriptor = 1 ";
-constexpr char kErrorSensor[] = "ecall-ens NO_EVENT_ERROR ==> error sensor";
-
-struct FailingCall {
-    const char* name;
-    std::string failure;  ///< as the probe takes it; it strikes the first call
-    Texts said;           ///< after the first wait began
-    Texts logged;         ///< what of that is in the system log too
-    bool goesOn;
-
-    friend void PrintTo(const FailingCall& call, std::ostream* out) { *out << call.name; }
-};
-
-class EcallUIGpioEventFailure : public testing::TestWithParam<FailingCall> {};
-
-TEST_P(EcallUIGpioEventFailure, OfACallIsSaid) {
-    Module module;
-    Configure(module, {{"ConnectEcallService", "false"}});
-    StartPerforming(module, {GetParam().failure, "InitGpio", "stay"});
-    module.journal.Await(IsTraced(kWaiting));
-
-    module.uevents.Send({"change@/devices/any", "EVENT=SENSOR NOT DETECTED"});
-    module.uevents.Send({"change@/devices/any", "EVENT=DTR ACTIVATED"});
-
-    Texts expected = GetParam().said;
-    if (GetParam().goesOn) {
-        const Texts ordinary = {kWaiting,
-                                kReady,
-                                "ecall-ens : sensor not detected (No PWM)",
-                                "ecall-ens AIRBAG_SENSOR_NOT_DETECTED => sensor not detected (No PWM)",
-                                kWaiting,
-                                kReady,
-                                "uevent_hdlr ==> DTR is activated",
-                                "xgold_serial usif2 DTR is activated "};
-        expected.insert(expected.end(), ordinary.begin(), ordinary.end());
-    }
-    module.journal.Await(IsTraced(expected.back()));
-    Texts said = module.journal.Texts({.kind = Kind::Trace, .also = [](const Entry& entry) {
-                                           return entry.subject.ends_with("EcallUIGpioEvent.cpp") &&
-                                                  !entry.text.starts_with("InitGpio");
-                                       }});
-    said.erase(said.begin(), std::ranges::find(said, kWaiting) + 1);
-    said.erase(std::ranges::find(said, expected.back()) + 1, said.end());
-    EXPECT_EQ(expected, said);
-    for (const std::string& message : GetParam().logged) {
-        module.journal.Await(IsInSyslog(message));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All, EcallUIGpioEventFailure,
-    testing::Values(
-        FailingCall{"Reception",
-                    "fail recvmsg " + std::to_string(EIO),
-                    {kReady, "uevent_hdlr: Error recvmsg: 5", kErrorSensor},
-                    {"uevent_hdlr: Error recvmsg: 5", kErrorSensor},
-                    true},
-        FailingCall{"ReceptionThatWouldBlock",
-                    "fail recvmsg " + std::to_string(EAGAIN),
-                    {kReady, "uevent_hdlr: Expected Error", kErrorSensor},
-                    {"uevent_hdlr: Expected Error"},
-                    true},
-        FailingCall{"EndOfTheData",
-                    "fail recvmsg " + std::to_string(ENODATA),
-                    {kReady, "uevent_hdlr: lcm_uevent_hdlr: EOF", kErrorSensor},
-                    {"uevent_hdlr: lcm_uevent_hdlr: EOF"},
-                    true},
-        FailingCall{"InterruptedWait", "fail select " + std::to_string(EINTR), {"select() error == EINTR"}, {}, true},
-        FailingCall{"WaitWithoutTheSocketReady",
-                    "fail select " + std::to_string(ENODATA),
-                    {"NbReadyDescriptor = 0 ", kErrorSensor},
-                    {kErrorSensor},
-                    true},
-        FailingCall{"WaitForGood",
-                    "fail select " + std::to_string(ENOMEM),
-                    {"select() error Cannot allocate memory", "Thread_GPIO_UEVNET - exit"},
-                    {"select() error Cannot allocate memory\n"},
-                    false}),
-    [](const auto& tested) { return tested.param.name; });
 
 // ---- The sensor's error report ----
 

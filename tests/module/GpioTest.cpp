@@ -132,6 +132,13 @@ uint64_t Unit::Notify(uint32_t serviceState, uint32_t audioOutState) {
     return mark;
 }
 
+uint64_t Unit::Announce(const std::string& text) {
+    const uint64_t mark = journal.Mark();
+    module.uevents.Send({"change@/devices/any", "ACTION=change", text});
+    AwaitIdleEventThread(journal.Await(IsTraced("NbReadyDescriptor = 1 "), mark).seq);
+    return mark;
+}
+
 void Unit::AwaitIdleEventThread(uint64_t from) {
     journal.Await(IsTraced("Wait for an event (blocking wait) "), from);
 }

@@ -48,11 +48,17 @@ struct Unit {
     void StartAlone(std::vector<std::pair<std::string, std::string>> members = {});
     /// Lets the eCall service notify a state and waits until it was followed; answers a mark before it.
     uint64_t Notify(uint32_t serviceState, uint32_t audioOutState);
+    /// Sends an event of some device and waits until it was handled; answers a mark before it.
+    uint64_t Announce(const std::string& text);
     /// Waits until the event thread waits for the next event, seen from the mark on.
     void AwaitIdleEventThread(uint64_t from = 0);
     /// triggerEcall requests received by the eCall service, by their fields.
     Texts Triggers(uint64_t from = 0) const { return journal.Texts(IsRpcRequest("triggerEcall"), from); }
 };
+
+/// A request of Triggers.
+constexpr char kAutomaticCall[] = "automatic=1";
+constexpr char kManualCall[] = "automatic=0";
 
 /// What survives a restart, as its file has it.
 struct SavedState {
