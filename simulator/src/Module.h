@@ -69,10 +69,10 @@ class Module {
     IoctlSupervisor ioctls{journal, root.Path()};
     UeventSender uevents{journal};
 
-    /// The service's program outside the module: what ECALLUI_SERVICE names, else that of this build.
+    /// The service under test, as the host sees it: what the environment variable ECALLUI_SERVICE names, else what the
+    /// build made.
     static std::string ServiceProgram();
-    /// Starts the service under test: the program that the environment variable ECALLUI_SERVICE names, else the one
-    /// that the build made. A previous one must have ended.
+    /// Starts that program. A previous one must have ended.
     ModuleProcess& StartService(std::vector<std::string> arguments = {}, bool hasInput = false);
     /// The service started last. Throws std::logic_error when there is none.
     ModuleProcess& Service();

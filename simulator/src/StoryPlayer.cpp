@@ -125,7 +125,7 @@ bool Player::PlayScene(const Scene& scene) {
         Follow(judge, sceneStart + scene.lasts - journal.Now());
     }
     if (scene.lasts > 0ms) {
-        Follow(judge, 0ns);
+        Follow(judge, 0ns);  // likewise for what must not come
     }
     if (judge.IsDone() && judge.Forbidden().empty()) {
         return true;

@@ -305,9 +305,10 @@ TEST(AttributeFs, ASlowFileLetsItsCallerBeKilled) {
 }
 
 TEST(AttributeFs, ASlowFileHoldsUpNoOther) {
+    std::future<void> waiting;  // goes after the module, with whose file system its wait ends
     Module module;
     module.attributes.AddFault(line::kRelay, Use::Write, Fault::Slow(24h));
-    const auto waiting = std::async(std::launch::async, [&] { WriteOnce(module, line::kRelay, "1"); });
+    waiting = std::async(std::launch::async, [&] { WriteOnce(module, line::kRelay, "1"); });
     module.journal.Await(IsWritten(line::kRelay));
 
     EXPECT_EQ(0, WriteOnce(module, line::kNlock, "1"));

@@ -320,9 +320,8 @@ TEST(EcallUIAppSrvc, ARequestDuringASelfTestIsAnsweredByThatTest) {
     SetSelfTestState(world.peer, ecall::kSelfTestUnknown);
     SetSelfTestState(world.peer, ecall::kSelfTestRequested);
     const Match asked = IsTraced("TSelfTestState_Requested (3) ==> request the self-test if not already started");
-    journal.Await(
-        IsTraced("simProfileState"),
-        journal.AwaitCount(2, asked).back().seq);  // the request is said before its flag is set, this line after
+    const Entry repeated = journal.AwaitCount(2, asked).back();
+    journal.Await(IsTraced("simProfileState"), repeated.seq);  // only now its flag is surely set
     world.module.root.WriteFile(kGo, "");
     journal.Await(IsTraced("RunSelfTest - Exit"));
 
