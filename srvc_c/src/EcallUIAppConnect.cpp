@@ -36,13 +36,13 @@ void CreateProxy() {
                           static_cast<unsigned>(reinterpret_cast<uintptr_t>(proxy)));
         GiveUp();
     }
-    pProxyEcallapp = proxy;
+    pProxyEcallapp.exchange(proxy);
 }
 
 /// A state that comes with a bad responsecode counts too; only a missing reply leaves nothing to hand over.
 void PullEcallState() {
     XirRecord<TEcallappState>* record = nullptr;
-    XirEcallapp_requestState(pProxyEcallapp, &record);
+    XirEcallapp_requestState(pProxyEcallapp.hold().get(), &record);
     const Received<TEcallappState> state(record);
     if (state != nullptr) {
         EcallStateNotification(state.get());
@@ -51,7 +51,7 @@ void PullEcallState() {
 
 Received<TCfgParamValue> ReadAudioConfiguration() {
     XirRecord<TCfgParamValue>* record = nullptr;
-    const int32_t result = XirEcallapp_getCfgParameter(pProxyEcallapp, APP_AUDIO_CONFIG_NUMBER, &record);
+    const int32_t result = XirEcallapp_getCfgParameter(pProxyEcallapp.hold().get(), APP_AUDIO_CONFIG_NUMBER, &record);
     Received<TCfgParamValue> value(record);
     if (result != 0) {
         EcallUITraceError("XirEcallapp_getCfgParameter error :  srvcResult = %d", result);
@@ -62,7 +62,7 @@ Received<TCfgParamValue> ReadAudioConfiguration() {
 
 void WriteAudioConfiguration(int32_t microphone) {
     const TCfgParamValue value{0, microphone, ""};
-    const int32_t result = XirEcallapp_setCfgParameter(pProxyEcallapp, APP_AUDIO_CONFIG_NUMBER, &value);
+    const int32_t result = XirEcallapp_setCfgParameter(pProxyEcallapp.hold().get(), APP_AUDIO_CONFIG_NUMBER, &value);
     if (result != 0) {
         EcallUITraceError("XirEcallapp_setCfgParameter error :  srvcResult = %d", result);
         GiveUp();
@@ -93,7 +93,8 @@ void ConnectEcallService() {
         return;
     }
     CreateProxy();
-    if (const int32_t result = XirEcallapp_registerNotifyState(pProxyEcallapp, EcallStateNotification); result != 0) {
+    if (const int32_t result = XirEcallapp_registerNotifyState(pProxyEcallapp.hold().get(), EcallStateNotification);
+        result != 0) {
         EcallUITraceError("XirEcallapp_registerNotifyState error :  srvcResult = %d", result);
     }
     PullEcallState();
@@ -101,7 +102,7 @@ void ConnectEcallService() {
 }
 
 void PullEcallStateOnceMore() {
-    if (pProxyEcallapp != nullptr) {
+    if (pProxyEcallapp.hold() != nullptr) {
         // On the console this line has a line end of its own before the usual one.
         EcallUITraceEnded("\n", "", "XirEcallapp_requestState ");
         PullEcallState();

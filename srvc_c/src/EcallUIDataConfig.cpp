@@ -1,4 +1,4 @@
-// One table describes the fields; loading, saving and printing walk it. The trap is the file's bytes: they come from
+// Loading, saving and printing walk the table of the fields. The trap is the file's bytes: they come from
 // outside and may be anything, so the parser gets a length, an upper bound and no terminator to rely on.
 #include "EcallUIDataConfig.h"
 
@@ -13,6 +13,7 @@
 #include <memory>
 #include <new>
 
+#include "EcallUIDataFields.h"
 #include "File.h"
 #include "Trace.h"
 
@@ -24,47 +25,6 @@ constexpr char kConfigurationFile[] = "/data/etc/ecall/XirEcallUIappSrvc_Cfg.jso
 constexpr long kLongestConfiguration = 1L << 20;  // bytes; ours has some 1,300
 
 XirMutex CfgMutex{"Cfg"};
-
-#define FIELD(name) \
-    { #name, &EcallUIConfiguration::name, #name }
-
-constexpr ConfigurationField kFields[] = {
-    FIELD(JsonTimeStamp),
-    FIELD(HW_Name),
-    FIELD(MaxSizeOfTraceFileInKb),
-    FIELD(NbTraceFileStored),
-    FIELD(ConnectEcallService),
-    FIELD(ConnectLocationService),
-    FIELD(ConfigureExternalAudioAmp),
-    FIELD(GpioInputPwm_ENS_Used),
-    FIELD(GpioInputButton_nRQST_Used),
-    FIELD(GpioInputButton_nRQST_ActiveLow),
-    FIELD(GpioOutputLed_CNTL_Used),
-    FIELD(GpioOutputNlock_Used),
-    FIELD(GpioOutputNlockInvertedForRevARevB),
-    FIELD(LedPwmPeriodMs),
-    FIELD(LedEcallIdleBrightness1PerCent),
-    FIELD(LedEcallIdleBrightness2PerCent),
-    FIELD(LedEcallIdleBlicking12PeriodInMs),
-    FIELD(LedEcallActiveBrightness1PerCent),
-    FIELD(LedEcallActiveBrightness2PerCent),
-    FIELD(LedEcallActiveBlicking12PeriodInMs),
-    FIELD(LedEcallErrorBrightness1PerCent),
-    FIELD(LedEcallErrorBrightness2PerCent),
-    FIELD(LedEcallErrorBlicking12PeriodInMs),
-    FIELD(EcallAntennaDetectionThresholdMv),
-    FIELD(RestoreContextOnBoot),
-    FIELD(AudioRelayUsed),
-    {"EcallButtonUsed", &EcallUIConfiguration::EcallButtonUsed, "AudioRelayUsed"},
-    FIELD(EcallButtonPressMinimalTimeForTrigMs),
-    FIELD(EcallButtonPullingDetectionMode),
-    {"GpioForEnablingEcallLedControlUsed", &EcallUIConfiguration::GpioForEnablingEcallLedControlUsed, "HW_Name"},
-    FIELD(GpioForEnablingEcallLedControlActiveLow),
-    FIELD(EcallMicrophoneSource),
-    FIELD(GpioIrqRecovery),
-};
-
-#undef FIELD
 
 struct CjsonDeleter {
     void operator()(cJSON* json) const { cJSON_Delete(json); }
@@ -122,10 +82,6 @@ auto ValueText(const RelaxedText<Capacity>& field) {
 }
 
 }  // namespace
-
-std::span<const ConfigurationField> ConfigurationFields() {
-    return kFields;
-}
 
 // Loading.
 
@@ -199,7 +155,7 @@ void LoadOrCreateConfiguration() {
 
 void PrintConfiguration() {
     EcallUITrace("Configuration of the application ");
-    for (const ConfigurationField& field : kFields) {
+    for (const ConfigurationField& field : ConfigurationFields()) {
         std::visit(
             [&](auto member) {
                 EcallUITrace("   %s = %s", field.key, ValueText(EcallUI_Configuration.*member).c_str());
@@ -215,7 +171,7 @@ bool ReadConfigurationText(std::string_view text, EcallUIConfiguration& configur
     if (!json) {
         return false;
     }
-    for (const ConfigurationField& field : kFields) {
+    for (const ConfigurationField& field : ConfigurationFields()) {
         const cJSON* const found = cJSON_GetObjectItem(json.get(), field.key);
         std::visit(
             [&](auto member) {
@@ -248,7 +204,7 @@ namespace {
 void FillJson(cJSON& object) {
     EcallUITrace("fill Json buffer");
     EcallUI_Configuration.JsonTimeStamp.set(CurrentDateTime());
-    for (const ConfigurationField& field : kFields) {
+    for (const ConfigurationField& field : ConfigurationFields()) {
         std::visit([&](auto member) { WriteMember(object, field.key, EcallUI_Configuration.*member); }, field.member);
     }
 }

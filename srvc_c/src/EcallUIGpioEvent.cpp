@@ -117,7 +117,7 @@ void RequestAutoEcall(const EcallUIState& seen) {
     if (seen.EcallAntennaSelected == 0) {
         SelectEcallAntenna();
     }
-    if (const int32_t result = XirEcallapp_triggerEcall(pProxyEcallapp, kAutomatic); result != 0) {
+    if (const int32_t result = XirEcallapp_triggerEcall(pProxyEcallapp.hold().get(), kAutomatic); result != 0) {
         EcallUITraceError("XirEcallapp_triggerEcall error :  srvcResult = %d", result);
         return;
     }
@@ -166,7 +166,7 @@ void OnEmergency() {
     if (state.CanTriggerAutoEcall == 0) {
         return;
     }
-    if (pProxyEcallapp == nullptr) {
+    if (pProxyEcallapp.hold() == nullptr) {
         EcallUITraceError("pProxyEcallapp == NULL ==> do nothing");
         return;
     }
@@ -211,12 +211,13 @@ void OnButton() {
         return;
     }
     EcallUITrace("ecall-nrqst, BUTTON_MANUAL_ECALL_ACTIVATED ==> Manual ecall activated");
-    if (pProxyEcallapp == nullptr) {
+    const EcallappHandle::Hold proxy = pProxyEcallapp.hold();
+    if (proxy == nullptr) {
         EcallUITraceError("pProxyEcallapp == NULL ==> do nothing");
         return;
     }
     SelectEcallAntenna();
-    XirEcallapp_triggerEcall(pProxyEcallapp, kManual);
+    XirEcallapp_triggerEcall(proxy.get(), kManual);
 }
 
 void HandleEvent(EcallHwEvent event) {
@@ -402,7 +403,7 @@ void SendRtaDetectorErrorStatus(uint8_t rtaDetectorError) {
     EcallUITrace("SendRtaDetectorErrorStatus - Enter (RtaDetectorError=%d)", rtaDetectorError);
     TSelfTestAllDevicesState result = NothingTested();
     result.rtaDetectorOperability = rtaDetectorError != 0 ? TSelfTestDeviceState_Failed : TSelfTestDeviceState_Success;
-    if (pProxyEcallapp != nullptr && LastSelfTestState != TSelfTestState_Unknown) {
+    if (pProxyEcallapp.hold() != nullptr && LastSelfTestState != TSelfTestState_Unknown) {
         SendSelfTestResult(result);
     } else {
         EcallUITrace(" ==> do nothing");

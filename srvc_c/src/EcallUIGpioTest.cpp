@@ -121,7 +121,7 @@ TSelfTestAllDevicesState NothingTested() {
 }
 
 void SendSelfTestResult(const TSelfTestAllDevicesState& result) {
-    const int32_t srvcResult = XirEcallapp_updateSelfTestAllDevicesState(pProxyEcallapp, &result);
+    const int32_t srvcResult = XirEcallapp_updateSelfTestAllDevicesState(pProxyEcallapp.hold().get(), &result);
     if (srvcResult != 0) {
         EcallUITraceError("srvcResult ERROR  = %d !!!!!!", srvcResult);
     }

@@ -2,7 +2,7 @@
 
 #include "XirEcallapp.h"
 
-Relaxed<IEcallAppPubProxy*> pProxyEcallapp{nullptr};
+EcallappHandle pProxyEcallapp;
 Relaxed<uint8_t> SelfTestRequest{0};
 Relaxed<uint8_t> GnssReportRequest{0};
 Relaxed<uint32_t> LastSelfTestState{TSelfTestState_Unknown};

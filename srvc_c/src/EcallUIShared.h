@@ -4,12 +4,11 @@
 
 #include <cstdint>
 
+#include "EcallappHandle.h"
 #include "Relaxed.h"
 
-struct IEcallAppPubProxy;
-
-/// The proxy of the eCall application service; null while the service is not used or not reached.
-extern Relaxed<IEcallAppPubProxy*> pProxyEcallapp;
+/// The proxy of the eCall application service; none while the service is not used or not reached.
+extern EcallappHandle pProxyEcallapp;
 /// 1: a self-test is asked for, or running. Set by the state notifications, cleared by the self-test worker.
 extern Relaxed<uint8_t> SelfTestRequest;
 /// 1: the next position also reports the GNSS items of the self-test.

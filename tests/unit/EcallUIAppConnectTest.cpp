@@ -49,10 +49,10 @@ class EcallUIAppConnectPull : public testing::Test {
         const XirConnection connection{"EcallAppClient", url.c_str()};
         EXPECT_EQ(0, XirEcallapp_createProxy(&proxy, &connection));
         AwaitOpened(proxy);
-        pProxyEcallapp = proxy;
+        pProxyEcallapp.exchange(proxy);
     }
     ~EcallUIAppConnectPull() override {
-        pProxyEcallapp = nullptr;
+        pProxyEcallapp.exchange(nullptr);
         XirEcallapp_releaseProxy(proxy);
     }
 
