@@ -1,15 +1,15 @@
-// The stories. Verbs first: each is one thing that happens to the unit. Then the tables.
+// The stories of calls and devices. Verbs first: each is one thing that happens to the unit. Then the tables.
 //
 // Lines of one who are expected in the order of the table; between different ones the order is free, because they come
 // from different threads.
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 
 #include "Module.h"
 #include "Story.h"
+#include "StoryParts.h"
 
 namespace {
 
@@ -17,36 +17,8 @@ using namespace std::chrono_literals;
 
 // --- Verbs ----------------------------------------------------------------------------------------------------------
 
-/// The eCall service first: the unit waits for it.
-void StartEcallService(StoryWorld& world) {
-    if (!world.peer.Start()) {
-        throw std::runtime_error("the eCall service's port cannot be bound");
-    }
-}
-
-void SwitchOn(StoryWorld& world) {
-    StartEcallService(world);
-    world.module.StartService();
-}
-
-void SensorAt10Hz(StoryWorld& world) {
-    world.module.SensorBecomes(SensorStatus::Normal);
-}
-
-void SensorAt1kHz(StoryWorld& world) {
-    world.module.SensorBecomes(SensorStatus::Emergency);
-}
-
 void SensorLosesInterrupt(StoryWorld& world) {
     world.module.SensorBecomes(SensorStatus::NoInterrupt);
-}
-
-void HoldButton(StoryWorld& world) {
-    world.module.ButtonPress();
-}
-
-void ReleaseButton(StoryWorld& world) {
-    world.module.ButtonRelease();
 }
 
 /// An interrupt of the button, after which each look at the line finds the next level; the last one stays. Levels that
@@ -75,10 +47,6 @@ void DropDtr(StoryWorld& world) {
     world.module.DtrBecomes(false);
 }
 
-void AnsweringPointHangsUp(StoryWorld& world) {
-    world.peer.Happen(EcallEvent::Disconnect);
-}
-
 void AskForSelfTest(StoryWorld& world) {
     world.peer.RequestSelfTest();
 }
@@ -97,80 +65,7 @@ void EcallServiceDials(StoryWorld& world) {
     world.peer.Happen(EcallEvent::TimeUp);
 }
 
-// --- What the unit shows --------------------------------------------------------------------------------------------
-
-const Expected kLedIdle{Who::Led, "25 %, steady"};
-const Expected kLedActive{Who::Led, "90 % / 0 %, every 1000 ms"};
 const Expected kLedDark{Who::Led, "dark"};
-const Expected kLocked{Who::Line, "ECALL_nLOCK 1"};
-const Expected kUnlocked{Who::Line, "ECALL_nLOCK 0"};
-const Expected kRelayOn{Who::Relay, "audio relay on"};
-const Expected kRelayOff{Who::Relay, "audio relay off"};
-const Expected kAntennaSelected{Who::Antenna, "eCall antenna selected"};
-const Expected kListening{Who::Trace, "Wait for an event"};
-const Expected kNoCall{Who::Rpc, "-> triggerEcall"};
-const Expected kServiceIdle{Who::Rpc, "<= Available_Idle, call Inactive, audio Muted"};
-
-/// The unit is switched on beside a service that is idle, and comes up.
-const Scene kSwitchOn{
-    .tell = "The eCall service is idle, the airbag sensor sends 10 Hz. The unit is switched on.",
-    .act = SwitchOn,
-    .expected = {{Who::Rpc, "client connected"},
-                 {Who::Rpc, "-> getIEcallAppVersion"},
-                 {Who::Rpc, "-> subscribe messageid=18 clientName=\"EcallAppClient\""},
-                 {Who::Rpc, "-> requestState"},
-                 {Who::Rpc, "-> getCfgParameter cfgParamName=APP_AUDIO_CONFIG_NUMBER(53)"},
-                 {Who::Rpc, "-> setCfgParameter cfgParamName=APP_AUDIO_CONFIG_NUMBER(53) boolValue=0 intValue=1"},
-                 {Who::Rpc, "-> requestState"},
-                 kLedIdle,
-                 kLocked,
-                 kListening},
-    .never = {kNoCall},
-};
-
-/// What a call looks like from its trigger until people talk.
-Scene CallScene(std::string tell, void (*act)(StoryWorld&), bool automatic) {
-    const std::string state = std::string("<= Active") + (automatic ? "Automatic" : "Manual") + "ECall, ";
-    return {.tell = std::move(tell),
-            .act = act,
-            .expected = {kAntennaSelected,
-                         {Who::Rpc, std::string("-> triggerEcall automatic=") + (automatic ? "1" : "0")},
-                         {Who::Rpc, "<- triggerEcall responsecode=0"},
-                         {Who::Rpc, state + "call Inactive, audio PlayingVoicePrompt"},
-                         {Who::Rpc, state + "call Dialing, audio Muted"},
-                         {Who::Rpc, state + "call Connected_Data_WaitingMsdRequest, audio Muted"},
-                         {Who::Rpc, state + "call Connected_Data_TransferingMsd, audio Muted"},
-                         {Who::Rpc, state + "call Connected_Data_LLACKReceived, audio Muted"},
-                         {Who::Rpc, state + "call Connected_Voice, audio VoiceCall"},
-                         {Who::Script, "launch-audio-for-ecall.sh start"},
-                         kRelayOn,
-                         kLedActive,
-                         kUnlocked,
-                         kListening},
-            .never = {kRelayOff},
-            .lasts = 4s};
-}
-
-const Scene kCrash = [] {
-    Scene scene = CallScene("Crash! The airbag sensor goes to 1 kHz.", SensorAt1kHz, true);
-    scene.expected.insert(scene.expected.begin(), {{Who::Trace, "AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ"},
-                                                   {Who::Trace, "Auto Ecall triggered"},
-                                                   {Who::Trace, "CanTriggerAutoEcall=0"}});
-    return scene;
-}();
-
-const Scene kHangUp{
-    .tell = "The answering point has understood and hangs up.",
-    .act = AnsweringPointHangsUp,
-    .expected = {{Who::Rpc, "ECall, call Inactive, audio PlayingVoicePrompt"},
-                 {Who::Rpc, "<= ExpectCallback, call Inactive, audio Muted"},
-                 kServiceIdle,
-                 {Who::Script, "launch-audio-for-ecall.sh stop"},
-                 kLedIdle,
-                 kLocked,
-                 kRelayOff},
-    .never = {kNoCall},
-};
 
 /// The second command is sent because DTR is not asserted.
 Scene LostInterrupt(std::string tell) {
@@ -190,9 +85,9 @@ Scene LostInterrupt(std::string tell) {
 Story Crash() {
     return {.name = "crash",
             .about = "the airbag sensor reports a crash: an automatic emergency call, from 1 kHz to the idle unit",
-            .scenes = {kSwitchOn,
-                       kCrash,
-                       kHangUp,
+            .scenes = {SwitchOnScene(),
+                       CrashScene(),
+                       HangUpScene(),
                        {.tell = "The airbag sensor is back at 10 Hz: the unit may call again.",
                         .act = SensorAt10Hz,
                         .expected = {{Who::Trace, "AIRBAG_SENSOR_NORMAL_MODE_10HZ"},
@@ -204,21 +99,21 @@ Story Crash() {
 Story Sos() {
     return {.name = "sos",
             .about = "the driver holds the eCall button: a manual emergency call",
-            .scenes = {kSwitchOn,
+            .scenes = {SwitchOnScene(),
                        CallScene("The driver holds the eCall button.", HoldButton, false),
                        {.tell = "The driver lets go of the button: the call goes on.",
                         .act = ReleaseButton,
                         .expected = {},
                         .never = {{Who::Rpc, "ExpectCallback"}},
                         .lasts = 500ms},
-                       kHangUp}};
+                       HangUpScene()}};
 }
 
 Story Bounce() {
     const Expected kSpurious{Who::Trace, "spurious signal on ecall-nrqst ==> do nothing"};
     return {.name = "bounce",
             .about = "the button bounces, and is only touched: no call",
-            .scenes = {kSwitchOn,
+            .scenes = {SwitchOnScene(),
                        {.tell = "The button bounces: an interrupt, but the line is already back.",
                         .act = BounceButton,
                         .expected = {kSpurious, kListening},
@@ -236,7 +131,7 @@ Story Bounce() {
 Story SelfTest() {
     return {.name = "selftest",
             .about = "the eCall service asks for a self-test: loudspeaker, airbag sensor and antenna are measured",
-            .scenes = {kSwitchOn,
+            .scenes = {SwitchOnScene(),
                        {.tell = "The eCall service asks for a self-test.",
                         .act = AskForSelfTest,
                         .expected = {{Who::Rpc, "<= Available_Idle, call Inactive, audio Muted, self-test Requested"},
@@ -258,8 +153,8 @@ Story SelfTest() {
 Story PeerRestart() {
     return {.name = "peer-restart",
             .about = "the eCall service restarts in mid-call, and the unit follows it again",
-            .scenes = {kSwitchOn,
-                       kCrash,
+            .scenes = {SwitchOnScene(),
+                       CrashScene(),
                        {.tell = "The eCall service dies in mid-call.",
                         .act = EcallServiceDies,
                         .expected = {{Who::Unit, "IEcallApp stopped"}},
@@ -276,20 +171,21 @@ Story PeerRestart() {
                                      {Who::Rpc, "<= ActiveAutomaticECall, call Connected_Voice, audio VoiceCall"},
                                      {Who::Script, "launch-audio-for-ecall.sh start"}},
                         .never = {kNoCall, kLedIdle, kRelayOff}},
-                       kHangUp}};
+                       HangUpScene()}};
 }
 
 Story LostIrq() {
     return {.name = "lost-irq",
             .about = "the airbag sensor's interrupt is lost: the unit recovers it, each time",
-            .scenes = {kSwitchOn, LostInterrupt("The interrupt of the airbag sensor is lost."),
-                       LostInterrupt("It is lost once more: the first recovery was not the last."), kCrash, kHangUp}};
+            .scenes = {SwitchOnScene(), LostInterrupt("The interrupt of the airbag sensor is lost."),
+                       LostInterrupt("It is lost once more: the first recovery was not the last."), CrashScene(),
+                       HangUpScene()}};
 }
 
 Story Dtr() {
     return {.name = "dtr",
             .about = "the serial line's DTR switches the LED",
-            .scenes = {kSwitchOn,
+            .scenes = {SwitchOnScene(),
                        {.tell = "DTR is dropped.",
                         .act = DropDtr,
                         .expected = {{Who::Trace, "xgold_serial usif2 DTR is inactivated"}, kListening, kLedDark},
