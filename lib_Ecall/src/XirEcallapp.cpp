@@ -54,26 +54,6 @@ const XirRpcClientService kService{.threadName = "IEcallApp",
                                    .unsubscribe = com__vantu__ecallapp__iecall_app__unsubscribe,
                                    .notifications = {{{kNotifyNotifyState, OnStateNotification}}}};
 
-/// For requests without fields.
-constexpr auto kNoArguments = [](auto& /*request*/) {};
-
-/// A method that answers with a responsecode only.
-template <typename Request, typename Build>
-int32_t Send(IEcallAppPubProxy* proxy, Method method, XirRpcStub<Request, Com__Vantu__Ms__Protobuf__VoidResponse> stub,
-             Build build) {
-    return XirRpcCall(proxy, method, stub, build, XirRpcResponsecode<Com__Vantu__Ms__Protobuf__VoidResponse>);
-}
-
-/// A method that answers with a record; payload(response) is the message to make it of.
-template <typename Request, typename Response, typename Build, typename Record, typename Payload>
-int32_t Get(IEcallAppPubProxy* proxy, Method method, XirRpcStub<Request, Response> stub, Build build,
-            XirRecord<Record>** out, Payload payload) {
-    const auto take = [out, payload](const Response& response) {
-        return MakeRecord(payload(response), out) ? XirRpcResponsecode(response) : int32_t{kXirRpcNoMemory};
-    };
-    return XirRpcCall(proxy, method, stub, build, take);
-}
-
 }  // namespace
 
 int32_t XirEcallapp_createProxy(IEcallAppPubProxy** proxy, const XirConnection* connection) {
@@ -85,126 +65,124 @@ void XirEcallapp_releaseProxy(IEcallAppPubProxy* proxy) {
 }
 
 int32_t XirEcallapp_triggerEcall(IEcallAppPubProxy* proxy, uint8_t automatic) {
-    return Send(proxy, kTriggerEcall, com__vantu__ecallapp__iecall_app__trigger_ecall,
-                [automatic](auto& request) { request.automatic = automatic; });
+    return XirRpcSend(proxy, kTriggerEcall, com__vantu__ecallapp__iecall_app__trigger_ecall,
+                      [automatic](auto& request) { request.automatic = automatic; });
 }
 
 int32_t XirEcallapp_userRequestCancelEcall(IEcallAppPubProxy* proxy) {
-    return Send(proxy, kUserRequestCancelEcall, com__vantu__ecallapp__iecall_app__user_request_cancel_ecall,
-                kNoArguments);
+    return XirRpcSend(proxy, kUserRequestCancelEcall, com__vantu__ecallapp__iecall_app__user_request_cancel_ecall,
+                      kXirRpcNoArguments);
 }
 
 int32_t XirEcallapp_disconnectEcall(IEcallAppPubProxy* proxy) {
-    return Send(proxy, kDisconnectEcall, com__vantu__ecallapp__iecall_app__disconnect_ecall, kNoArguments);
+    return XirRpcSend(proxy, kDisconnectEcall, com__vantu__ecallapp__iecall_app__disconnect_ecall, kXirRpcNoArguments);
 }
 
 int32_t XirEcallapp_updateVehicleConfig(IEcallAppPubProxy* proxy, const TVehicleConfig* config) {
     wire::PropulsionStorageType propulsion = COM__VANTU__ECALLAPP__TPROPULSION_STORAGE_TYPE__INIT;
     wire::VehicleConfig message = COM__VANTU__ECALLAPP__TVEHICLE_CONFIG__INIT;
     message.propulsionstoragetype = &propulsion;
-    return Send(proxy, kUpdateVehicleConfig, com__vantu__ecallapp__iecall_app__update_vehicle_config,
-                [&message, config](auto& request) {
-                    FillMessage(message, *config);
-                    request.vehicleconfig = &message;
-                });
+    return XirRpcSend(proxy, kUpdateVehicleConfig, com__vantu__ecallapp__iecall_app__update_vehicle_config,
+                      [&message, config](auto& request) {
+                          FillMessage(message, *config);
+                          request.vehicleconfig = &message;
+                      });
 }
 
 int32_t XirEcallapp_updateVehicleState(IEcallAppPubProxy* proxy, const TVehicleState* state) {
     wire::VehicleState message = COM__VANTU__ECALLAPP__TVEHICLE_STATE__INIT;
-    return Send(proxy, kUpdateVehicleState, com__vantu__ecallapp__iecall_app__update_vehicle_state,
-                [&message, state](auto& request) {
-                    FillMessage(message, *state);
-                    request.vehiclestate = &message;
-                });
+    return XirRpcSend(proxy, kUpdateVehicleState, com__vantu__ecallapp__iecall_app__update_vehicle_state,
+                      [&message, state](auto& request) {
+                          FillMessage(message, *state);
+                          request.vehiclestate = &message;
+                      });
 }
 
 int32_t XirEcallapp_getSelfTestAllDevicesState(IEcallAppPubProxy* proxy, XirRecord<TSelfTestAllDevicesState>** result) {
-    return Get(
-        proxy, kGetSelfTestAllDevicesState, com__vantu__ecallapp__iecall_app__get_self_test_all_devices_state,
-        kNoArguments, result, [](const auto& response) -> const auto& { return *response.selftestalldevicesstate; });
+    return XirRpcGet(proxy, kGetSelfTestAllDevicesState,
+                     com__vantu__ecallapp__iecall_app__get_self_test_all_devices_state, kXirRpcNoArguments, result,
+                     [](const auto& response) { return response.selftestalldevicesstate; });
 }
 
 int32_t XirEcallapp_updateSelfTestAllDevicesState(IEcallAppPubProxy* proxy, const TSelfTestAllDevicesState* result) {
     wire::SelfTestAllDevicesState message = COM__VANTU__ECALLAPP__TSELF_TEST_ALL_DEVICES_STATE__INIT;
-    return Send(proxy, kUpdateSelfTestAllDevicesState,
-                com__vantu__ecallapp__iecall_app__update_self_test_all_devices_state,
-                [&message, result](auto& request) {
-                    FillMessage(message, *result);
-                    request.selftestalldevicesstate = &message;
-                });
+    return XirRpcSend(proxy, kUpdateSelfTestAllDevicesState,
+                      com__vantu__ecallapp__iecall_app__update_self_test_all_devices_state,
+                      [&message, result](auto& request) {
+                          FillMessage(message, *result);
+                          request.selftestalldevicesstate = &message;
+                      });
 }
 
 int32_t XirEcallapp_updateGnssLocation(IEcallAppPubProxy* proxy, const TGnssLocation* location) {
     wire::GnssLocation message = COM__VANTU__ECALLAPP__TGNSS_LOCATION__INIT;
-    return Send(proxy, kUpdateGnssLocation, com__vantu__ecallapp__iecall_app__update_gnss_location,
-                [&message, location](auto& request) {
-                    FillMessage(message, *location);
-                    request.location = &message;
-                });
+    return XirRpcSend(proxy, kUpdateGnssLocation, com__vantu__ecallapp__iecall_app__update_gnss_location,
+                      [&message, location](auto& request) {
+                          FillMessage(message, *location);
+                          request.location = &message;
+                      });
 }
 
 int32_t XirEcallapp_requestState(IEcallAppPubProxy* proxy, XirRecord<TEcallappState>** state) {
-    return Get(
-        proxy, kRequestState, com__vantu__ecallapp__iecall_app__request_state, kNoArguments, state,
-        [](const auto& response) -> const auto& { return *response.ecallappstate; });
+    return XirRpcGet(proxy, kRequestState, com__vantu__ecallapp__iecall_app__request_state, kXirRpcNoArguments, state,
+                     [](const auto& response) { return response.ecallappstate; });
 }
 
 int32_t XirEcallapp_getCfgParameter(IEcallAppPubProxy* proxy, uint32_t number, XirRecord<TCfgParamValue>** value) {
-    return Get(
+    return XirRpcGet(
         proxy, kGetCfgParameter, com__vantu__ecallapp__iecall_app__get_cfg_parameter,
         [number](auto& request) { CopyToWire{}(request.cfgparamname, number); }, value,
-        [](const auto& response) -> const auto& { return *response.paramvalue; });
+        [](const auto& response) { return response.paramvalue; });
 }
 
 int32_t XirEcallapp_setCfgParameter(IEcallAppPubProxy* proxy, uint32_t number, const TCfgParamValue* value) {
     wire::CfgParamValue message = COM__VANTU__ECALLAPP__TCFG_PARAM_VALUE__INIT;
-    return Send(proxy, kSetCfgParameter, com__vantu__ecallapp__iecall_app__set_cfg_parameter,
-                [&message, number, value](auto& request) {
-                    FillMessage(message, *value);
-                    CopyToWire{}(request.cfgparamname, number);
-                    request.paramvalue = &message;
-                });
+    return XirRpcSend(proxy, kSetCfgParameter, com__vantu__ecallapp__iecall_app__set_cfg_parameter,
+                      [&message, number, value](auto& request) {
+                          FillMessage(message, *value);
+                          CopyToWire{}(request.cfgparamname, number);
+                          request.paramvalue = &message;
+                      });
 }
 
 int32_t XirEcallapp_getGnssLocationHistory(IEcallAppPubProxy* proxy, int32_t index,
                                            XirRecord<TEcallGnssLocationHistory>** history) {
-    return Get(
+    return XirRpcGet(
         proxy, kGetGnssLocationHistory, com__vantu__ecallapp__iecall_app__get_gnss_location_history,
         [index](auto& request) { request.index = index; }, history,
-        [](const auto& response) -> const auto& { return *response.ecallgnsslocationhistory; });
+        [](const auto& response) { return response.ecallgnsslocationhistory; });
 }
 
 int32_t XirEcallapp_getMsdHistory(IEcallAppPubProxy* proxy, uint32_t index, XirRecord<TEcallMsdHistory>** history) {
-    return Get(
+    return XirRpcGet(
         proxy, kGetMsdHistory, com__vantu__ecallapp__iecall_app__get_msd_history,
         [index](auto& request) { request.historyindnumber = index; }, history,
-        [](const auto& response) -> const auto& { return *response.ecallmsdhistory; });
+        [](const auto& response) { return response.ecallmsdhistory; });
 }
 
 int32_t XirEcallapp_switchToTestMode(IEcallAppPubProxy* proxy) {
-    return Send(proxy, kSwitchToTestMode, com__vantu__ecallapp__iecall_app__switch_to_test_mode, kNoArguments);
+    return XirRpcSend(proxy, kSwitchToTestMode, com__vantu__ecallapp__iecall_app__switch_to_test_mode,
+                      kXirRpcNoArguments);
 }
 
 int32_t XirEcallapp_switchFromTestMode(IEcallAppPubProxy* proxy) {
-    return Send(proxy, kSwitchFromTestMode, com__vantu__ecallapp__iecall_app__switch_from_test_mode, kNoArguments);
+    return XirRpcSend(proxy, kSwitchFromTestMode, com__vantu__ecallapp__iecall_app__switch_from_test_mode,
+                      kXirRpcNoArguments);
 }
 
 int32_t XirEcallapp_getOperatingMode(IEcallAppPubProxy* proxy, XirRecord<TEcallOperatingMode>** mode) {
-    return Get(
-        proxy, kGetOperatingMode, com__vantu__ecallapp__iecall_app__get_operating_mode, kNoArguments, mode,
-        [](const auto& response) -> const auto& { return response; });
+    return XirRpcGet(proxy, kGetOperatingMode, com__vantu__ecallapp__iecall_app__get_operating_mode, kXirRpcNoArguments,
+                     mode, [](const auto& response) { return &response; });
 }
 
 int32_t XirEcallapp_getSimInfo(IEcallAppPubProxy* proxy, XirRecord<TEcallSimInfo>** info) {
-    return Get(
-        proxy, kGetSimInfo, com__vantu__ecallapp__iecall_app__get_sim_info, kNoArguments, info,
-        [](const auto& response) -> const auto& { return *response.siminfo; });
+    return XirRpcGet(proxy, kGetSimInfo, com__vantu__ecallapp__iecall_app__get_sim_info, kXirRpcNoArguments, info,
+                     [](const auto& response) { return response.siminfo; });
 }
 
 int32_t XirEcallapp_getVersion(IEcallAppPubProxy* proxy, XirRecord<TEcallVersion>** version) {
-    return Get(
-        proxy, kGetVersion, com__vantu__ecallapp__iecall_app__get_version, kNoArguments, version,
-        [](const auto& response) -> const auto& { return response; });
+    return XirRpcGet(proxy, kGetVersion, com__vantu__ecallapp__iecall_app__get_version, kXirRpcNoArguments, version,
+                     [](const auto& response) { return &response; });
 }
 
 int32_t XirEcallapp_registerNotifyState(IEcallAppPubProxy* proxy, XirEcallappStateCallback callback) {

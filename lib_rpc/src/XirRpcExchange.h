@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "XirRpcClient.h"
+#include "XirRpcRecords.h"
 #include "XirRpcTypes.h"
 
 /// A generated client stub.
@@ -73,6 +74,29 @@ int32_t XirRpcCall(XirRpcProxy* proxy, unsigned methodIndex, XirRpcStub<Request,
 template <typename Response>
 int32_t XirRpcResponsecode(const Response& response) {
     return static_cast<int32_t>(response.responsecode);
+}
+
+/// For requests without fields; a build.
+constexpr auto kXirRpcNoArguments = [](auto& /*request*/) {};
+
+/// A method that answers with a responsecode only.
+template <typename Request, typename Build>
+int32_t XirRpcSend(XirRpcProxy* proxy, unsigned methodIndex,
+                   XirRpcStub<Request, Com__Vantu__Ms__Protobuf__VoidResponse> stub, Build build) {
+    return XirRpcCall(proxy, methodIndex, stub, build, XirRpcResponsecode<Com__Vantu__Ms__Protobuf__VoidResponse>);
+}
+
+/// A method that answers with a record. payload(response): the message to make it of; null when the reply carries none,
+/// then *out is unchanged.
+template <typename Request, typename Response, typename Build, typename Record, typename Payload>
+int32_t XirRpcGet(XirRpcProxy* proxy, unsigned methodIndex, XirRpcStub<Request, Response> stub, Build build,
+                  XirRecord<Record>** out, Payload payload) {
+    const auto take = [out, payload](const Response& response) {
+        const auto* message = payload(response);
+        const bool taken = message == nullptr || MakeRecord(*message, out);
+        return taken ? XirRpcResponsecode(response) : int32_t{kXirRpcNoMemory};
+    };
+    return XirRpcCall(proxy, methodIndex, stub, build, take);
 }
 
 #endif
