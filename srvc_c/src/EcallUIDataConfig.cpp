@@ -1,5 +1,4 @@
-// Loading, saving and printing walk the table of the fields. The trap is the file's bytes: they come from
-// outside and may be anything, so the parser gets a length, an upper bound and no terminator to rely on.
+// Loading, saving and printing walk the table of the fields. What a file's bytes mean is in EcallUIDataJson.
 #include "EcallUIDataConfig.h"
 
 #include <cjson/cJSON.h>
@@ -14,6 +13,7 @@
 #include <new>
 
 #include "EcallUIDataFields.h"
+#include "EcallUIDataJson.h"
 #include "File.h"
 #include "Trace.h"
 
@@ -21,35 +21,7 @@ EcallUIConfiguration EcallUI_Configuration;
 
 namespace {
 
-constexpr char kConfigurationFile[] = "/data/etc/ecall/XirEcallUIappSrvc_Cfg.json";
-constexpr long kLongestConfiguration = 1L << 20;  // bytes; ours has some 1,300
-
 XirMutex CfgMutex{"Cfg"};
-
-struct CjsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-    void operator()(char* text) const { cJSON_free(text); }
-};
-using Json = std::unique_ptr<cJSON, CjsonDeleter>;
-using JsonText = std::unique_ptr<char, CjsonDeleter>;
-
-// Each field from its JSON member; false when the member cannot stand for the field. Where the types differ, the
-// member's integer value counts, which is 0 for a text, null, an array or an object.
-
-template <typename Number>
-bool ReadMember(const cJSON& member, Relaxed<Number>& field) {
-    field = static_cast<Number>(member.valueint);
-    return true;
-}
-
-template <std::size_t Capacity>
-bool ReadMember(const cJSON& member, RelaxedText<Capacity>& field) {
-    if (!cJSON_IsString(&member)) {
-        return false;
-    }
-    field.set(member.valuestring);
-    return true;
-}
 
 // Each field as a JSON member.
 
@@ -81,23 +53,17 @@ auto ValueText(const RelaxedText<Capacity>& field) {
     return field.get();
 }
 
+void TraceField(const char* indent, const char* label, const ConfigurationField& field,
+                const EcallUIConfiguration& configuration) {
+    std::visit([&](auto member) { EcallUITrace("%s%s = %s", indent, label, ValueText(configuration.*member).c_str()); },
+               field.member);
+}
+
 }  // namespace
 
 // Loading.
 
 namespace {
-
-/// Null when text is not JSON from its first byte to its last. The parser alone would take a NUL for white space.
-Json ParseWhole(std::string_view text) {
-    if (text.find('\0') != std::string_view::npos) {
-        return nullptr;
-    }
-    const char* end = nullptr;
-    Json json(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, false));
-    const bool isWhole = json && text.find_first_not_of(" \t\r\n", static_cast<std::size_t>(end - text.data())) ==
-                                     std::string_view::npos;
-    return isWhole ? std::move(json) : nullptr;
-}
 
 /// Measures the file as far as that works; negative when it does not.
 long MeasureFile(const FileDescriptor& file) {
@@ -130,7 +96,7 @@ void LoadConfiguration(const FileDescriptor& file) {
     EcallUITrace("Read configuration file");
     const long length = MeasureFile(file);
     std::unique_ptr<char[]> buffer;
-    if (length >= 0 && length <= kLongestConfiguration) {
+    if (length >= 0 && static_cast<std::size_t>(length) <= kLongestConfiguration) {
         buffer.reset(new (std::nothrow) char[static_cast<std::size_t>(length)]());
     }
     if (!buffer) {
@@ -144,7 +110,7 @@ void LoadConfiguration(const FileDescriptor& file) {
 }
 
 void LoadOrCreateConfiguration() {
-    const FileDescriptor file = OpenFile(kConfigurationFile, O_RDONLY);
+    const FileDescriptor file = OpenFile(kConfigurationPath, O_RDONLY);
     if (file.IsOpen()) {
         LoadConfiguration(file);
     } else {
@@ -156,30 +122,23 @@ void LoadOrCreateConfiguration() {
 void PrintConfiguration() {
     EcallUITrace("Configuration of the application ");
     for (const ConfigurationField& field : ConfigurationFields()) {
-        std::visit(
-            [&](auto member) {
-                EcallUITrace("   %s = %s", field.key, ValueText(EcallUI_Configuration.*member).c_str());
-            },
-            field.member);
+        TraceField("   ", field.key, field, EcallUI_Configuration);
     }
 }
 
 }  // namespace
 
 bool ReadConfigurationText(std::string_view text, EcallUIConfiguration& configuration) {
-    const Json json = ParseWhole(text);
+    std::size_t end = 0;
+    const Json json = ParseConfiguration(text, end);
     if (!json) {
         return false;
     }
     for (const ConfigurationField& field : ConfigurationFields()) {
         const cJSON* const found = cJSON_GetObjectItem(json.get(), field.key);
-        std::visit(
-            [&](auto member) {
-                if (found != nullptr && ReadMember(*found, configuration.*member)) {
-                    EcallUITrace("%s = %s", field.loadLabel, ValueText(configuration.*member).c_str());
-                }
-            },
-            field.member);
+        if (found != nullptr && ReadConfigurationMember(*found, field.member, configuration)) {
+            TraceField("", field.loadLabel, field, configuration);
+        }
     }
     return true;
 }
@@ -210,7 +169,7 @@ void FillJson(cJSON& object) {
 }
 
 void WriteJsonFile(const cJSON& object) {
-    FileDescriptor file = OpenFile(kConfigurationFile, O_RDWR | O_CREAT | O_TRUNC, 0666);
+    FileDescriptor file = OpenFile(kConfigurationPath, O_RDWR | O_CREAT | O_TRUNC, 0666);
     if (!file.IsOpen()) {
         EcallUITraceError("ERROR : cannot create the configuration file");
         return;
