@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include "XirEcallapp.h"
 #include "XirRpcClient.h"
 
 /// Waits until the connection's callback has printed its line: the proxy may be there before.
-inline void AwaitOpened(IEcallAppPubProxy* proxy) {
+template <typename Proxy>
+void AwaitOpened(Proxy* proxy) {
     auto& record = *reinterpret_cast<XirRpcProxy*>(proxy);
     EXPECT_EQ(0, xir_common_osal_wait_flag(record.thread, &record.flags[kXirRpcFlagOpened]));
 }

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr std::chrono::seconds kWait{60};
-constexpr unsigned kVersionMethod = 21;
 constexpr XirRpcServerTexts kTexts{"ServerPeer", "serverPeerThread", "CreateServerPeer"};
 
 /// Frees what was unpacked.
@@ -33,14 +32,19 @@ std::string Pack(const ProtobufCMessage& message) {
 
 }  // namespace
 
-ServerPeer::ServerPeer() {
-    Answer(kVersionMethod,
-           ProtoBytes().Number(1, 0).Number(2, 2).Number(3, 7).Text(4, "com.vantu.ecallapp.iecallapp").bytes);
+const PeerService kEcallService{&com__vantu__ecallapp__iecall_app__descriptor, 21, 2, "com.vantu.ecallapp.iecallapp"};
+
+std::string VersionReply(int code, int major, const std::string& name) {
+    return ProtoBytes().Number(1, code).Number(2, major).Number(3, 7).Text(4, name).bytes;
+}
+
+ServerPeer::ServerPeer(const PeerService& service) : identity(service) {
+    Answer(identity.versionMethod, VersionReply(0, identity.major, identity.interfaceName));
     Start();
 }
 
 void ServerPeer::Start() {
-    const Service service{{&com__vantu__ecallapp__iecall_app__descriptor, Invoke, nullptr}, this};
+    const Service service{{identity.descriptor, Invoke, nullptr}, this};
     ASSERT_EQ(0, XirRpcCreateServer(&server, service, kTexts, {1, urls}));
     ASSERT_NE(nullptr, server);
 }
@@ -80,7 +84,7 @@ void ServerPeer::Invoke(ProtobufCService* service, unsigned method, const Protob
 }
 
 int ServerPeer::Notify(uint16_t method, const std::string& payload) {
-    const Message message = Unpack(com__vantu__ecallapp__iecall_app__descriptor.methods[method].output, payload);
+    const Message message = Unpack(identity.descriptor->methods[method].output, payload);
     EXPECT_NE(nullptr, message);
     return xir_common_rpc_server_notify(server->end.servers[0], method, message.get());
 }

@@ -1,5 +1,4 @@
-/// An eCall service for tests: a real server of the platform's RPC library, with canned replies and a record of
-/// requests.
+/// A service for tests: a real server of the platform's RPC library, with canned replies and a record of requests.
 #ifndef SERVER_PEER_H
 #define SERVER_PEER_H
 
@@ -20,10 +19,22 @@ struct PeerRequest {
     bool operator==(const PeerRequest&) const = default;
 };
 
+/// Which service a peer is.
+struct PeerService {
+    const ProtobufCServiceDescriptor* descriptor;
+    unsigned versionMethod;
+    int major;
+    const char* interfaceName;
+};
+extern const PeerService kEcallService;
+
+/// The reply to the version question, packed.
+std::string VersionReply(int code, int major, const std::string& name);
+
 class ServerPeer {
   public:
-    /// Answers the version question as the eCall service does, and every other method with responsecode 0 alone.
-    ServerPeer();
+    /// Answers the version question as the service does, and every other method with responsecode 0 alone.
+    explicit ServerPeer(const PeerService& service = kEcallService);
     ServerPeer(const ServerPeer&) = delete;
     ServerPeer& operator=(const ServerPeer&) = delete;
     ~ServerPeer() { Stop(); }
@@ -55,6 +66,7 @@ class ServerPeer {
     Handler Record(const PeerRequest& request);
     void NoteAnswer();
 
+    const PeerService& identity;
     ScratchSocket place;
     const std::string url = place.Url();
     const char* const urls[1] = {url.c_str()};

@@ -21,6 +21,7 @@
 #include "ProtoBytes.h"
 #include "RawPeer.h"
 #include "Scarcity.h"
+#include "Seen.h"
 #include "ServerPeer.h"
 #include "XirRpcClient.h"
 
@@ -41,9 +42,6 @@ constexpr unsigned kVersion = 21;
 constexpr seconds kRequestLimit{30};
 constexpr seconds kPrompt{10};  // far from the limit, and far from what a call takes
 
-std::string VersionReply(int code, int major, const std::string& name) {
-    return ProtoBytes().Number(1, code).Number(2, major).Number(3, 7).Text(4, name).bytes;
-}
 const std::string kGoodVersion = VersionReply(0, 2, "com.vantu.ecallapp.iecallapp");
 const std::string kOk = ProtoBytes().Number(1, 0).bytes;
 
@@ -57,31 +55,7 @@ ProtoBytes State(int service, int sim, int network, int call, int audio, int sel
         .Number(6, selfTest);
 }
 
-/// What the callbacks saw.
-class Seen {
-  public:
-    void Add(uint32_t serviceState) {
-        const std::lock_guard lock(mutex);
-        states.push_back(serviceState);
-        changed.notify_all();
-    }
-    /// Waits for so many states, and answers all there are.
-    std::vector<uint32_t> Wait(std::size_t count) {
-        std::unique_lock lock(mutex);
-        changed.wait_for(lock, seconds(60), [&] { return states.size() >= count; });
-        return states;
-    }
-    void Clear() {
-        const std::lock_guard lock(mutex);
-        states.clear();
-    }
-
-  private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<uint32_t> states;
-};
-Seen seen;
+Seen<uint32_t> seen;
 TEcallappState lastState;  // written before seen.Add, read after seen.Wait
 
 int NoteState(const TEcallappState* state) {
