@@ -74,7 +74,7 @@ const char* KindName(Kind kind) {
 std::string Entry::Print() const {
     char head[96];
     snprintf(head, sizeof head, "%10.6f %-10s ", static_cast<double>(time.count()) / 1e9, KindName(kind));
-    std::string line = head + subject;
+    std::string line = head + peer + (peer.empty() ? "" : ".") + subject;
     if (!text.empty()) {
         line += (subject.empty() ? "" : "  ") + Visible(text);
     }
@@ -85,13 +85,16 @@ std::string Entry::Print() const {
 }
 
 bool Match::operator()(const Entry& entry) const {
-    return (!kind || *kind == entry.kind) && (!subject || *subject == entry.subject) &&
-           (!text || *text == entry.text) && (!contains || entry.text.find(*contains) != std::string::npos) &&
-           (!also || also(entry));
+    return (!kind || *kind == entry.kind) && (!peer || *peer == entry.peer) &&
+           (!subject || *subject == entry.subject) && (!text || *text == entry.text) &&
+           (!contains || entry.text.find(*contains) != std::string::npos) && (!also || also(entry));
 }
 
 std::string Match::Print() const {
     std::string line = kind ? KindName(*kind) : "any entry";
+    if (peer) {
+        line += " with " + *peer;
+    }
     if (subject) {
         line += " of " + *subject;
     }

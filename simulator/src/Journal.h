@@ -44,6 +44,7 @@ struct Entry {
     uint64_t seq = 0;                  ///< place in the list, from 0
     std::chrono::nanoseconds time{0};  ///< since the journal's start, monotonic
     Kind kind = Kind::Note;
+    std::string peer;  ///< of the Rpc kinds: the service whose wire it is, such as "IEcallApp"
     std::string subject;
     std::string text;
     std::string bytes;   ///< raw form where it says more than the text
@@ -57,6 +58,7 @@ struct Entry {
 /// Says which entries are meant. All conditions that are set must hold; an empty one matches everything.
 struct Match {
     std::optional<Kind> kind = {};
+    std::optional<std::string> peer = {};         ///< the service whose wire it is
     std::optional<std::string> subject = {};      ///< the whole subject
     std::optional<std::string> text = {};         ///< the whole text
     std::optional<std::string> contains = {};     ///< a part of the text

@@ -382,14 +382,14 @@ TEST_F(EcallPeerTest, ItCanBeAnotherServiceOrAnotherVersion) {
 
 TEST_F(EcallPeerTest, GarbageTakesTheReplysPlace) {
     struct Row {
-        EcallGarbage garbage;
+        RpcGarbage garbage;
         Bytes bytes;
     };
     const Row rows[] = {
-        {EcallGarbage::NoFrame, {4, 0, 0, 0, 8, 0, 0xEE, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
-        {EcallGarbage::BadPayload, {4, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
-        {EcallGarbage::TooLong, {0, 0, 0x20, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
-        {EcallGarbage::CutOff, {16, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {RpcGarbage::NoFrame, {4, 0, 0, 0, 8, 0, 0xEE, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {RpcGarbage::BadPayload, {4, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {RpcGarbage::TooLong, {0, 0, 0x20, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {RpcGarbage::CutOff, {16, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
     };
     for (const Row& row : rows) {
         RawClient client;

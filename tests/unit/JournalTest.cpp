@@ -178,6 +178,33 @@ TEST(Journal, AnEntryPrintsAsOneLine) {
     EXPECT_EQ("  1.234568 Read       " + std::string(kPath) + "  a\\nb\\r\\x09", entry.Print());
 }
 
+TEST(Journal, AnEntryOfAPeersWireNamesThePeer) {
+    Entry entry;
+    entry.kind = Kind::RpcRequest;
+    entry.peer = "IEcallApp";
+    entry.subject = "triggerEcall";
+    entry.text = "automatic=1";
+
+    EXPECT_EQ("  0.000000 RpcRequest IEcallApp.triggerEcall  automatic=1", entry.Print());
+}
+
+TEST(Journal, TheSameRequestOfAnotherPeerDoesNotMatch) {
+    Journal journal;
+    for (const char* peer : {"LocationProvider", "IEcallApp"}) {
+        Entry entry;
+        entry.kind = Kind::RpcRequest;
+        entry.peer = peer;
+        entry.subject = "subscribe";
+        journal.Append(std::move(entry));
+    }
+    Match match = IsRpcRequest("subscribe");
+    match.peer = "IEcallApp";
+
+    EXPECT_EQ(1U, journal.Await(match).seq);
+    EXPECT_EQ(1U, journal.Count(match));
+    EXPECT_EQ("RpcRequest with IEcallApp of subscribe", match.Print());
+}
+
 TEST(Journal, EachKindHasAName) {
     for (int kind = 0; kind <= static_cast<int>(Kind::Note); ++kind) {
         EXPECT_STRNE("?", KindName(static_cast<Kind>(kind))) << kind;
