@@ -1,16 +1,10 @@
 // The simulated eCall service, seen by a client that knows nothing but the bytes on the wire.
 #include "EcallPeer.h"
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <optional>
 
 #include "MessageBlank.h"
-#include "MessageText.h"
+#include "RawClient.h"
 
 namespace {
 
@@ -19,67 +13,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-using Bytes = std::vector<uint8_t>;
-
-constexpr uint8_t kReply = 0, kRequest = 1, kNotification = 2;
-constexpr size_t kHeaderSize = 12;
-
-struct Frame {
-    uint16_t method = 0;
-    uint8_t kind = 0;
-    uint8_t status = 0;
-    uint32_t id = 0;
-    Bytes payload;
-};
-
-uint32_t Number(const Bytes& bytes, size_t at, size_t count) {
-    uint32_t value = 0;
-    for (size_t byte = 0; byte < count; ++byte) {
-        value |= static_cast<uint32_t>(bytes.at(at + byte)) << (8 * byte);
-    }
-    return value;
-}
-
-std::string Text(const Frame& frame, const ProtobufCMessageDescriptor& descriptor) {
-    ProtobufCMessage* message =
-        protobuf_c_message_unpack(&descriptor, nullptr, frame.payload.size(), frame.payload.data());
-    std::string text = MessageText(message);
-    protobuf_c_message_free_unpacked(message, nullptr);
-    return text;
-}
-
-class RawClient {
+class EcallClient : public RawClient {
   public:
-    RawClient() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(kEcallPort);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        isConnected = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    }
-    ~RawClient() { close(descriptor); }
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
-
-    bool IsConnected() const { return isConnected; }
-
-    /// Sends a request and answers its id.
-    uint32_t Ask(EcallMethod method, const ProtobufCMessage& request) {
-        Bytes payload(protobuf_c_message_get_packed_size(&request));
-        protobuf_c_message_pack(&request, payload.data());
-        const auto size = static_cast<uint8_t>(payload.size());
-        const auto index = static_cast<uint8_t>(method);
-        Bytes frame{size, 0, 0, 0, index, 0, kRequest, 0, ++lastId, 0, 0, 0};
-        frame.insert(frame.end(), payload.begin(), payload.end());
-        EXPECT_EQ(static_cast<ssize_t>(frame.size()), send(descriptor, frame.data(), frame.size(), MSG_NOSIGNAL));
-        return lastId;
-    }
-
-    uint32_t Ask(EcallMethod method) {
-        const auto& service = com__vantu__ecallapp__iecall_app__descriptor;
-        const MessageBlank request(*service.methods[static_cast<size_t>(method)].input);
-        return Ask(method, request.Get());
-    }
+    EcallClient() : RawClient(kEcallPort, com__vantu__ecallapp__iecall_app__descriptor) {}
 
     uint32_t Trigger(bool automatic) {
         Com__Vantu__Ecallapp__TriggerEcallRequest request = COM__VANTU__ECALLAPP__TRIGGER_ECALL_REQUEST__INIT;
@@ -88,61 +24,13 @@ class RawClient {
     }
 
     void Subscribe() {
-        Com__Vantu__Ms__Protobuf__SubscribeRequest request = COM__VANTU__MS__PROTOBUF__SUBSCRIBE_REQUEST__INIT;
-        std::string name("RawClient");
-        request.messageid = 18;
-        request.clientname = name.data();
-        Ask(EcallMethod::Subscribe, request.base);
+        AskFor(EcallMethod::Subscribe, 18);
         EXPECT_EQ(kReply, Read().kind);
     }
-
-    /// The next frame, whatever it is.
-    Frame Read() {
-        const Bytes header = ReadBytes(kHeaderSize);
-        if (header.size() < kHeaderSize) {
-            ADD_FAILURE() << "no frame came";
-            return {};
-        }
-        return {.method = static_cast<uint16_t>(Number(header, 4, 2)),
-                .kind = header[6],
-                .status = header[7],
-                .id = Number(header, 8, 4),
-                .payload = ReadBytes(Number(header, 0, 4))};
-    }
-
-    /// That many bytes; fewer when the peer closes or nothing comes for a long time.
-    Bytes ReadBytes(size_t count) {
-        Bytes bytes;
-        while (bytes.size() < count && IsReadable(Journal::kLimit)) {
-            Bytes piece(count - bytes.size());
-            const ssize_t got = recv(descriptor, piece.data(), piece.size(), 0);
-            if (got <= 0) {
-                break;
-            }
-            bytes.insert(bytes.end(), piece.begin(), piece.begin() + got);
-        }
-        return bytes;
-    }
-
-    bool IsReadable(std::chrono::milliseconds limit) const {
-        pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
-        return poll(&wait, 1, static_cast<int>(limit.count())) == 1;
-    }
-
-    /// True when the peer has closed the connection.
-    bool IsClosed() {
-        uint8_t byte = 0;
-        return IsReadable(Journal::kLimit) && recv(descriptor, &byte, 1, 0) <= 0;
-    }
-
-  private:
-    int descriptor;
-    bool isConnected = false;
-    uint8_t lastId = 0;
 };
 
 /// The notified states, each as "service call audio", until the given service state comes.
-std::vector<std::string> NotifiedUntil(RawClient& client, uint32_t last) {
+std::vector<std::string> NotifiedUntil(EcallClient& client, uint32_t last) {
     std::vector<std::string> states;
     for (;;) {
         const Frame frame = client.Read();
@@ -185,7 +73,7 @@ class EcallPeerTest : public testing::Test {
 };
 
 TEST_F(EcallPeerTest, ARequestIsAnsweredUnderItsId) {
-    RawClient client;
+    EcallClient client;
 
     const uint32_t id = client.Ask(EcallMethod::RequestState);
 
@@ -198,7 +86,7 @@ TEST_F(EcallPeerTest, ARequestIsAnsweredUnderItsId) {
 }
 
 TEST_F(EcallPeerTest, BothDirectionsAreInTheJournalWithTheirFields) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
 
     client.Trigger(true);
@@ -222,7 +110,7 @@ TEST_F(EcallPeerTest, BothDirectionsAreInTheJournalWithTheirFields) {
 
 TEST_F(EcallPeerTest, ACallIsNotifiedPhaseByPhase) {
     peer.With([](EcallService& service) { service.timings = kTestPace; });
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
 
     client.Trigger(true);
@@ -233,8 +121,8 @@ TEST_F(EcallPeerTest, ACallIsNotifiedPhaseByPhase) {
 }
 
 TEST_F(EcallPeerTest, OnlySubscribersAreNotified) {
-    RawClient stranger;
-    RawClient subscriber;
+    EcallClient stranger;
+    EcallClient subscriber;
     subscriber.Subscribe();
 
     peer.SetState({.serviceState = 1});
@@ -245,7 +133,7 @@ TEST_F(EcallPeerTest, OnlySubscribersAreNotified) {
 }
 
 TEST_F(EcallPeerTest, AStateSetByHandIsNotifiedAlsoWhenItIsTheSame) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
 
     peer.SetState({.serviceState = 50, .callState = 9, .audioOutState = 7});
@@ -256,7 +144,7 @@ TEST_F(EcallPeerTest, AStateSetByHandIsNotifiedAlsoWhenItIsTheSame) {
 }
 
 TEST_F(EcallPeerTest, ValuesBeyondEveryEnumerationGoOverTheWire) {
-    RawClient client;
+    EcallClient client;
 
     peer.SetState({.serviceState = 0xFFFFFFFF});
     client.Ask(EcallMethod::RequestState);
@@ -266,7 +154,7 @@ TEST_F(EcallPeerTest, ValuesBeyondEveryEnumerationGoOverTheWire) {
 }
 
 TEST_F(EcallPeerTest, TheAnsweringPointCanHangUpAndCallBack) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
     client.Trigger(false);
     client.Read();
@@ -284,7 +172,7 @@ TEST_F(EcallPeerTest, TheAnsweringPointCanHangUpAndCallBack) {
 }
 
 TEST_F(EcallPeerTest, AChosenCodeIsAnsweredAndTheRequestHasNoEffect) {
-    RawClient client;
+    EcallClient client;
     peer.Answer(EcallMethod::TriggerEcall, {.code = 77});
 
     client.Trigger(true);
@@ -294,7 +182,7 @@ TEST_F(EcallPeerTest, AChosenCodeIsAnsweredAndTheRequestHasNoEffect) {
 }
 
 TEST_F(EcallPeerTest, ARefusedRequestIsAnsweredWithoutAMessage) {
-    RawClient client;
+    EcallClient client;
     peer.Answer(EcallMethod::TriggerEcall, {.missing = true});
 
     const uint32_t id = client.Trigger(true);
@@ -308,7 +196,7 @@ TEST_F(EcallPeerTest, ARefusedRequestIsAnsweredWithoutAMessage) {
 }
 
 TEST_F(EcallPeerTest, NobodyCanAskForTheNotification) {
-    RawClient client;
+    EcallClient client;
 
     client.Ask(EcallMethod::NotifyNotifyState);
 
@@ -316,7 +204,7 @@ TEST_F(EcallPeerTest, NobodyCanAskForTheNotification) {
 }
 
 TEST_F(EcallPeerTest, AHeldReplyWaitsForItsRelease) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
     peer.Answer(EcallMethod::TriggerEcall, {.held = true});
 
@@ -331,7 +219,7 @@ TEST_F(EcallPeerTest, AHeldReplyWaitsForItsRelease) {
 }
 
 TEST_F(EcallPeerTest, ADelayedReplyComesByItself) {
-    RawClient client;
+    EcallClient client;
     peer.Answer(EcallMethod::RequestState, {.delay = 50ms});
     const auto start = std::chrono::steady_clock::now();
 
@@ -347,7 +235,7 @@ TEST_F(EcallPeerTest, ADelayedReplyComesByItself) {
 }
 
 TEST_F(EcallPeerTest, ANotificationCanOvertakeTheReply) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
     peer.Answer(EcallMethod::TriggerEcall, {.notifyFirst = true});
 
@@ -358,7 +246,7 @@ TEST_F(EcallPeerTest, ANotificationCanOvertakeTheReply) {
 }
 
 TEST_F(EcallPeerTest, ASilentServiceAnswersNothingAndAnOrdinaryOneAgain) {
-    RawClient client;
+    EcallClient client;
     peer.AnswerAll({.held = true});
     client.Ask(EcallMethod::RequestState);
     ASSERT_TRUE(peer.AwaitRequests(EcallMethod::RequestState, 1));
@@ -372,7 +260,7 @@ TEST_F(EcallPeerTest, ASilentServiceAnswersNothingAndAnOrdinaryOneAgain) {
 
 TEST_F(EcallPeerTest, ItCanBeAnotherServiceOrAnotherVersion) {
     peer.With([](EcallService& service) { service.identity = {.name = "com.vantu.other", .major = 3, .minor = 1}; });
-    RawClient client;
+    EcallClient client;
 
     client.Ask(EcallMethod::GetIEcallAppVersion);
 
@@ -392,7 +280,7 @@ TEST_F(EcallPeerTest, GarbageTakesTheReplysPlace) {
         {RpcGarbage::CutOff, {16, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
     };
     for (const Row& row : rows) {
-        RawClient client;
+        EcallClient client;
         peer.Answer(EcallMethod::RequestState, {.garbage = row.garbage});
 
         client.Ask(EcallMethod::RequestState);
@@ -402,7 +290,7 @@ TEST_F(EcallPeerTest, GarbageTakesTheReplysPlace) {
 }
 
 TEST_F(EcallPeerTest, RequestsAreCountedByMethod) {
-    RawClient client;
+    EcallClient client;
     client.Ask(EcallMethod::RequestState);
     client.Ask(EcallMethod::RequestState);
 
@@ -414,7 +302,7 @@ TEST_F(EcallPeerTest, RequestsAreCountedByMethod) {
 }
 
 TEST_F(EcallPeerTest, ASelfTestIsRequestedOnceAndAnsweredByAReport) {
-    RawClient client;
+    EcallClient client;
     client.Subscribe();
 
     peer.RequestSelfTest();
@@ -428,19 +316,19 @@ TEST_F(EcallPeerTest, ASelfTestIsRequestedOnceAndAnsweredByAReport) {
 }
 
 TEST_F(EcallPeerTest, AStoppedServiceIsGone) {
-    RawClient before;
+    EcallClient before;
     before.Ask(EcallMethod::RequestState);
     before.Read();
 
     peer.Stop();
 
     EXPECT_TRUE(before.IsClosed());
-    EXPECT_FALSE(RawClient().IsConnected());
+    EXPECT_FALSE(EcallClient().IsConnected());
     EXPECT_FALSE(peer.IsRunning());
 }
 
 TEST_F(EcallPeerTest, ARestartedServiceDialsAgainAndHasForgottenItsSubscribers) {
-    RawClient before;
+    EcallClient before;
     before.Subscribe();
     before.Trigger(true);
     before.Read();
@@ -449,7 +337,7 @@ TEST_F(EcallPeerTest, ARestartedServiceDialsAgainAndHasForgottenItsSubscribers) 
 
     peer.Stop();
     ASSERT_TRUE(peer.Start());
-    RawClient after;
+    EcallClient after;
     after.Subscribe();
     EXPECT_EQ(ecall::kInitializing, peer.State().serviceState);
     peer.Happen(EcallEvent::TimeUp);
@@ -458,7 +346,7 @@ TEST_F(EcallPeerTest, ARestartedServiceDialsAgainAndHasForgottenItsSubscribers) 
 }
 
 TEST_F(EcallPeerTest, RepliesThatAreOwedEndWithTheService) {
-    RawClient client;
+    EcallClient client;
     peer.Answer(EcallMethod::RequestState, {.held = true});
     peer.Answer(EcallMethod::GetVersion, {.delay = 10min});
     client.Ask(EcallMethod::RequestState);
@@ -474,7 +362,7 @@ TEST_F(EcallPeerTest, RepliesThatAreOwedEndWithTheService) {
 TEST_F(EcallPeerTest, AReplyForAClientThatHasLeftIsDropped) {
     peer.Answer(EcallMethod::RequestState, {.held = true});
     {
-        RawClient client;
+        EcallClient client;
         client.Ask(EcallMethod::RequestState);
         ASSERT_TRUE(peer.AwaitRequests(EcallMethod::RequestState, 1));
     }
@@ -485,7 +373,7 @@ TEST_F(EcallPeerTest, AReplyForAClientThatHasLeftIsDropped) {
     EXPECT_EQ(1U, peer.Release());
 
     peer.AnswerAll({});
-    RawClient next;
+    EcallClient next;
     next.Ask(EcallMethod::RequestState);
     EXPECT_EQ(0, next.Read().status);
 }
@@ -506,7 +394,7 @@ TEST_F(EcallPeerTest, WhatIsSetWhileItIsStoppedHoldsFromItsStartOn) {
     ASSERT_TRUE(peer.Start());
 
     EXPECT_EQ(4U, peer.State().serviceState);
-    RawClient client;
+    EcallClient client;
     client.Ask(EcallMethod::GetVersion);
     EXPECT_THAT(Text(client.Read(), com__vantu__ecallapp__get_version_response__descriptor),
                 StartsWith("responsecode=5"));
