@@ -62,6 +62,16 @@ std::string ValueText(const ProtobufCMessage& message, const ProtobufCFieldDescr
     return "?";
 }
 
+/// Of the fields that share one place only the one that was chosen is there.
+bool IsChosen(const ProtobufCMessage& message, const ProtobufCFieldDescriptor& field) {
+    if ((field.flags & PROTOBUF_C_FIELD_FLAG_ONEOF) == 0) {
+        return true;
+    }
+    const auto* chosen =
+        reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(&message) + field.quantifier_offset);
+    return *chosen == field.id;
+}
+
 }  // namespace
 
 std::string MessageText(const ProtobufCMessage* message) {
@@ -71,6 +81,9 @@ std::string MessageText(const ProtobufCMessage* message) {
     std::string text;
     for (const ProtobufCFieldDescriptor& field :
          std::span(message->descriptor->fields, message->descriptor->n_fields)) {
+        if (!IsChosen(*message, field)) {
+            continue;
+        }
         text += text.empty() ? "" : " ";
         text += field.type == PROTOBUF_C_TYPE_MESSAGE ? "" : std::string(field.name) + "=";
         text += ValueText(*message, field);

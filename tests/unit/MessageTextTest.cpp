@@ -4,6 +4,7 @@
 
 #include "MessageBlank.h"
 #include "lib_Ecall/src/ecallapp.pb-c.h"
+#include "lib_Location/src/location.pb-c.h"
 
 namespace {
 
@@ -54,6 +55,19 @@ TEST(MessageText, NumbersOfEveryKindAreShown) {
 
     EXPECT_EQ(0U, MessageText(&request.Get()).find("isValid=1 utcTime=1700000000000 latitude=-48.85822 longitude=0 "));
     EXPECT_NE(std::string::npos, MessageText(&request.Get()).find(" speed=12.5 "));
+}
+
+TEST(MessageText, OfAlternativesTheChosenOneIsShown) {
+    MessageBlank reply(com__vantu__ms__location__get_last_known_position_response__descriptor);
+    auto& record = reply.As<Com__Vantu__Ms__Location__GetLastKnownPositionResponse>();
+    EXPECT_EQ("responsecode=0", MessageText(&reply.Get()));
+
+    record.result_case = COM__VANTU__MS__LOCATION__GET_LAST_KNOWN_POSITION_RESPONSE__RESULT_VALUE;
+    EXPECT_EQ(0U, MessageText(&reply.Get()).find("responsecode=0 extra_info=null heading=0 "));
+
+    record.result_case = COM__VANTU__MS__LOCATION__GET_LAST_KNOWN_POSITION_RESPONSE__RESULT_ERROR_CODE;
+    record.error_code = {};
+    EXPECT_EQ("responsecode=0 error_code=NO_POSITION_AVAILABLE(0)", MessageText(&reply.Get()));
 }
 
 TEST(MessageText, ATextThatIsMissingIsNotRead) {
