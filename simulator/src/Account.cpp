@@ -74,6 +74,7 @@ constexpr std::array kTold = {
     std::string_view("NEW UI STATE"),
     std::string_view("AIRBAG_SENSOR_"),
     std::string_view("ecall-nrqst, "),
+    std::string_view("button detection thread"),
     std::string_view("spurious signal"),
     std::string_view("Auto Ecall triggered"),
     std::string_view("request the self-test"),

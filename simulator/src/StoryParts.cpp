@@ -28,6 +28,7 @@ void SensorAt1kHz(StoryWorld& world) {
 }
 
 void HoldButton(StoryWorld& world) {
+    world.module.attributes.OnRead(line::kButton, nullptr);  // an earlier scene may have led the looks
     world.module.ButtonPress();
 }
 

@@ -39,6 +39,13 @@ void TouchButton(StoryWorld& world) {
     Twitch(world, {"1\n", "0\n"});
 }
 
+void SwitchOnPolling(StoryWorld& world) {
+    world.module.root.WriteFile(
+        file::kConfiguration,
+        R"({"EcallButtonPullingDetectionMode": true, "EcallButtonPressMinimalTimeForTrigMs": 1000})");
+    SwitchOn(world);
+}
+
 void RaiseDtr(StoryWorld& world) {
     world.module.DtrBecomes(true);
 }
@@ -66,6 +73,7 @@ void EcallServiceDials(StoryWorld& world) {
 }
 
 const Expected kLedDark{Who::Led, "dark"};
+const Expected kSpurious{Who::Trace, "spurious signal on ecall-nrqst ==> do nothing"};
 
 /// The second command is sent because DTR is not asserted.
 Scene LostInterrupt(std::string tell) {
@@ -110,7 +118,6 @@ Story Sos() {
 }
 
 Story Bounce() {
-    const Expected kSpurious{Who::Trace, "spurious signal on ecall-nrqst ==> do nothing"};
     return {.name = "bounce",
             .about = "the button bounces, and is only touched: no call",
             .scenes = {SwitchOnScene(),
@@ -126,6 +133,34 @@ Story Bounce() {
                         .act = SensorAt10Hz,
                         .expected = {{Who::Trace, "AIRBAG_SENSOR_NORMAL_MODE_10HZ"}, kListening},
                         .never = {kNoCall, kLedActive}}}};
+}
+
+Story LongPress() {
+    Scene switchOn = SwitchOnScene();
+    switchOn.tell = "The unit is switched on. It watches the button by reading its line; a press counts after 1 s.";
+    switchOn.act = SwitchOnPolling;
+    switchOn.expected.insert(switchOn.expected.begin(), {Who::Trace, "start the Ecall button detection thread"});
+    return {.name = "long-press",
+            .about = "the button is watched by reading its line, and held: a manual call, asked for again and again",
+            .scenes = {std::move(switchOn),
+                       {.tell = "The button is touched, and released before the second has passed.",
+                        .act = TouchButton,
+                        .expected = {kSpurious},
+                        .never = {kNoCall}},
+                       CallScene("The driver holds the eCall button.", HoldButton, false),
+                       {.tell = "The driver does not let go: the unit asks again, once a second. There is one call.",
+                        .act = nullptr,
+                        .expected = {{Who::Rpc, "-> triggerEcall automatic=0"},
+                                     {Who::Rpc, "<- triggerEcall responsecode="},
+                                     {Who::Rpc, "-> triggerEcall automatic=0"},
+                                     {Who::Rpc, "<- triggerEcall responsecode="}},
+                        .never = {{Who::Rpc, "call Dialing"}, kRelayOff}},
+                       {.tell = "The driver lets go of the button.",
+                        .act = ReleaseButton,
+                        .expected = {},
+                        .never = {{Who::Rpc, "ExpectCallback"}},
+                        .lasts = 2s},
+                       HangUpScene()}};
 }
 
 Story SelfTest() {
@@ -200,6 +235,7 @@ Story Dtr() {
 }  // namespace
 
 const std::vector<Story>& Stories() {
-    static const std::vector<Story> stories{Crash(), Sos(), Bounce(), SelfTest(), PeerRestart(), LostIrq(), Dtr()};
+    static const std::vector<Story> stories{Crash(),    Sos(),         LongPress(), Bounce(),
+                                            SelfTest(), PeerRestart(), LostIrq(),   Dtr()};
     return stories;
 }

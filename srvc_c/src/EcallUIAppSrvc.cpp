@@ -8,6 +8,7 @@
 #include <optional>
 #include <thread>
 
+#include "EcallUIAppButton.h"
 #include "EcallUIAppConnect.h"
 #include "EcallUIData.h"
 #include "EcallUIGpioEvent.h"
@@ -65,9 +66,16 @@ void RunSelfTestWorker() {
     }
 }
 
-void StartSelfTestWorker() {
-    if (const int error = StartThread("SelfTest", RunSelfTestWorker); error != 0) {
-        EcallUITraceError("Cannot start the self-test thread (%s)", strerror(error));
+void StartWorker(const char* name, void (*run)()) {
+    if (const int error = StartThread(name, run); error != 0) {
+        EcallUITraceError("Cannot start the thread %s (%s)", name, strerror(error));
+    }
+}
+
+void StartButtonPolling() {
+    if (EcallUI_Configuration.EcallButtonPullingDetectionMode) {
+        EcallUITrace("EcallButtonPullingDetectionMode == true ==> start the Ecall button detection thread");
+        StartWorker("ButtonPolling", RunButtonPolling);
     }
 }
 
@@ -81,7 +89,8 @@ void RestoreUIState() {
 }
 
 void StartServices() {
-    StartSelfTestWorker();
+    StartWorker("SelfTest", RunSelfTestWorker);
+    StartButtonPolling();
     RestoreUIState();
     InitGpio();
 }

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string_view>
 
+#include "EcallUIData.h"
 #include "EcallUIGpioFile.h"
 #include "Trace.h"
 
@@ -204,6 +205,11 @@ uint32_t GpioWrite(uint32_t id, uint8_t value) {
     }
     EcallUITrace("GpioWrite - Exit : ret = %d", result);
     return result;
+}
+
+bool IsEcallButtonPressed() {
+    const int32_t pressedLevel = EcallUI_Configuration.GpioInputButton_nRQST_ActiveLow ? 0 : 1;
+    return GpioRead(kGpioEcallNrqst) == pressedLevel;
 }
 
 int32_t GpioRead_EcallEns() {

@@ -38,6 +38,8 @@ int GpioGetDeviceFilePath(char* out, std::size_t size, uint32_t id, const char* 
 int32_t GpioRead(uint32_t id);
 /// Answers 0; 1 when the line did not take the value. Only 0 and 1 are values of a line.
 uint32_t GpioWrite(uint32_t id, uint8_t value);
+/// Whether the eCall button is pressed, by its configured active level. A line that cannot be read is not pressed.
+bool IsEcallButtonPressed();
 /// The sensor's status, numbered as the codes 0 to 4 of EcallHwEvent; -1 when it cannot be read.
 int32_t GpioRead_EcallEns();
 /// Tells the LED device which external line enables it. activeLow changes nothing: the device is always told "0".

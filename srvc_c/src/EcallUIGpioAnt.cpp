@@ -99,6 +99,12 @@ uint32_t GpioAntWrite(uint32_t line, uint8_t level, EcallUIState& state) {
     return result;
 }
 
+void SelectAntenna(EcallUIState& state) {
+    if (state.EcallAntennaSelected == 0) {
+        GpioAntWrite(kAntSelectLine, 1, state);
+    }
+}
+
 uint32_t DriveAntennaLine(uint32_t line, uint8_t level) {
     EcallUIState state;
     GetUIStateAndLock(state, true);

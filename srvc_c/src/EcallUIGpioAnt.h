@@ -18,7 +18,9 @@ constexpr uint32_t kAntennaAdc = 1;  ///< the input that measures the antenna
 /// taken with the "State" mutex kept, and stored by the caller afterwards.
 /// Answers 0, or ECALLUI_ERROR when any step failed or the line is neither; later steps are tried all the same.
 uint32_t GpioAntWrite(uint32_t line, uint8_t level, EcallUIState& state);
-/// The same with a copy of its own: holds the "State" mutex from reading the state to storing it.
+/// Selects the eCall antenna with GpioAntWrite, unless state says that it is selected.
+void SelectAntenna(EcallUIState& state);
+/// GpioAntWrite with a copy of its own: holds the "State" mutex from reading the state to storing it.
 uint32_t DriveAntennaLine(uint32_t line, uint8_t level);
 
 /// Answers an analog input (1 to 3) in millivolts; -1 when it cannot be read; 0 when its file holds no number.

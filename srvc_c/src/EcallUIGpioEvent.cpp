@@ -89,19 +89,12 @@ bool DoButtonStep(const ButtonStep& step) {
     return written.whole;
 }
 
-bool IsButtonActive() {
-    const int32_t activeLevel = EcallUI_Configuration.GpioInputButton_nRQST_ActiveLow ? 0 : 1;
-    return GpioRead(kGpioEcallNrqst) == activeLevel;
-}
-
 // ---- Calls ----
 
 void SelectEcallAntenna() {
     EcallUIState state;
     GetUIStateAndLock(state, true);
-    if (state.EcallAntennaSelected == 0) {
-        GpioAntWrite(kAntSelectLine, 1, state);
-    }
+    SelectAntenna(state);
     SetUIStateAndUnlock(state);
 }
 
@@ -190,11 +183,11 @@ void OnLostInterrupt() {
 /// The line is looked at twice, as far apart as a press must last: contacts bounce, and crash pulses couple into the
 /// line.
 bool IsPressConfirmed() {
-    if (!IsButtonActive()) {
+    if (!IsEcallButtonPressed()) {
         return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(EcallUI_Configuration.EcallButtonPressMinimalTimeForTrigMs));
-    return IsButtonActive();
+    return IsEcallButtonPressed();
 }
 
 void OnButton() {

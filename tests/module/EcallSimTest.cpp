@@ -137,7 +137,8 @@ TEST(EcallSim, ListsEveryStoryInOneLine) {
     for (std::string line; std::getline(lines, line);) {
         names.push_back(line.substr(0, line.find(' ')));
     }
-    EXPECT_THAT(names, testing::ElementsAre("crash", "sos", "bounce", "selftest", "peer-restart", "lost-irq", "dtr"));
+    EXPECT_THAT(names, testing::ElementsAre("crash", "sos", "long-press", "bounce", "selftest", "peer-restart",
+                                            "lost-irq", "dtr"));
 }
 
 TEST(EcallSim, HelpsOnStandardOutput) {
@@ -153,8 +154,9 @@ TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
 
     EXPECT_EQ(2, simulator.End());
 
-    EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim: no story is called \"crush\"; there are: crash sos bounce "
-                                             "selftest peer-restart lost-irq dtr\n"));
+    EXPECT_THAT(simulator.Text(),
+                StartsWith("ecall-sim: no story is called \"crush\"; there are: crash sos long-press bounce "
+                           "selftest peer-restart lost-irq dtr\n"));
 }
 
 TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {

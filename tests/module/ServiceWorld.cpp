@@ -80,17 +80,27 @@ std::vector<std::string> ServiceWorld::SystemLog() {
 
 namespace {
 
-/// The duration that a thread has just handed to the kernel's sleep; none while it does anything else.
-std::optional<std::chrono::nanoseconds> SleepOf(pid_t pid, const std::filesystem::path& task) {
+struct SystemCall {
     long number = -1;
     uintptr_t arguments[4] = {};
+};
+
+/// The call in which a thread waits; without number while it runs.
+SystemCall CallOf(const std::filesystem::path& task) {
+    SystemCall found;
     std::ifstream call(task / "syscall");
-    call >> number >> std::hex;
-    for (uintptr_t& argument : arguments) {
+    call >> found.number >> std::hex;
+    for (uintptr_t& argument : found.arguments) {
         std::string text;
         call >> text;
         argument = text.empty() ? 0 : std::stoull(text, nullptr, 16);
     }
+    return found;
+}
+
+/// The duration that a thread has just handed to the kernel's sleep; none while it does anything else.
+std::optional<std::chrono::nanoseconds> SleepOf(pid_t pid, const std::filesystem::path& task) {
+    const auto [number, arguments] = CallOf(task);
     if (number != SYS_clock_nanosleep && number != SYS_nanosleep) {
         return std::nullopt;
     }
@@ -111,7 +121,11 @@ std::string NameOf(const std::filesystem::path& task) {
 
 }  // namespace
 
-std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name) {
+namespace {
+
+/// Looks at the threads of that name until look(task) answers something; nothing at the limit.
+template <typename Look>
+auto AwaitThread(const ModuleProcess& process, const std::string& name, Look look) {
     const std::string tasks = "/proc/" + std::to_string(process.Pid()) + "/task";
     const std::filesystem::path first = tasks + "/" + std::to_string(process.Pid());
     for (const auto deadline = Journal::Clock::now() + Journal::kLimit; Journal::Clock::now() < deadline;) {
@@ -120,12 +134,24 @@ std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::str
             if (NameOf(task) != name || (name == NameOf(first) && task.path() != first)) {
                 continue;
             }
-            if (const auto sleep = SleepOf(process.Pid(), task)) {
-                return *sleep;
+            if (const auto seen = look(task)) {
+                return seen;
             }
         }
         std::this_thread::sleep_for(1ms);
     }
-    ADD_FAILURE() << "no thread " << name << " that sleeps";
-    return 0ns;
+    return decltype(look(first)){};
+}
+
+}  // namespace
+
+std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name) {
+    const auto sleep = AwaitThread(process, name, [&](const auto& task) { return SleepOf(process.Pid(), task); });
+    EXPECT_TRUE(sleep) << "no thread " << name << " that sleeps";
+    return sleep.value_or(0ns);
+}
+
+void AwaitLockWait(const ModuleProcess& process, const std::string& name) {
+    const bool waits = AwaitThread(process, name, [](const auto& task) { return CallOf(task).number == SYS_futex; });
+    EXPECT_TRUE(waits) << "no thread " << name << " that waits for another one";
 }

@@ -34,4 +34,7 @@ struct ServiceWorld {
 /// What a thread of the service sleeps for, once it sleeps; waits for that. name: as the kernel shows it.
 std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name);
 
+/// Waits until a thread of the service waits for another one, such as for a lock.
+void AwaitLockWait(const ModuleProcess& process, const std::string& name);
+
 #endif

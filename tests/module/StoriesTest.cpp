@@ -66,6 +66,15 @@ TEST(Stories, AButtonThatCannotBeReadMakesNoCall) {
     EXPECT_THAT(stage.account, HasSubstr("    rpc: -> triggerEcall automatic=0\n"));
 }
 
+TEST(Stories, APollingThatSeesNoButtonIsMissed) {
+    Stage stage;
+    stage.module.attributes.SetMissing(line::kButton);
+
+    EXPECT_FALSE(stage.Play("long-press"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    trace: spurious signal on ecall-nrqst ==> do nothing\n"));
+}
+
 TEST(Stories, AnAntennaThatIsNotSelectedForTheCallIsMissed) {
     Stage stage;
     stage.module.attributes.AddFault(line::kAntennaValue, Use::Write, Fault::Error(EIO).FromThe(3));
