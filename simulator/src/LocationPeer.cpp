@@ -2,9 +2,13 @@
 // methods' numbers.
 #include "LocationPeer.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
+#include <utility>
 
 #include "MessageBlank.h"
+#include "TrackPosition.h"
 
 namespace {
 
@@ -89,6 +93,16 @@ xir_common_rpc_interface LocationPeer::Interface() const {
     return {.id = 129, .major = static_cast<uint8_t>(served.identity.major), .notification_count = 2};
 }
 
+void LocationPeer::Begin() {
+    if (journey) {
+        GoOn();
+    }
+}
+
+void LocationPeer::End() {
+    journeyTimer = nullptr;
+}
+
 void LocationPeer::Fill(unsigned method, const ProtobufCMessage& request, ProtobufCMessage& reply) {
     constexpr unsigned kResponsecodeField = 1;
     const uint32_t code = kHandlers.at(method)(served, request, reply);
@@ -107,6 +121,46 @@ void LocationPeer::Tell(const Position& position) {
 
 void LocationPeer::Send(const Position& position) {
     RunOnThread([&] { Tell(position); });
+}
+
+/// Tells the position of this second of the track and waits for the next one.
+void LocationPeer::GoOn() {
+    Tell(TrackPosition(journey->track, journey->next, journey->stopped));
+    journey->next += std::chrono::seconds(1);
+    const auto onTimer = [](ProtobufCRPCDispatch*, void* data) { static_cast<LocationPeer*>(data)->GoOn(); };
+    journeyTimer = protobuf_c_rpc_dispatch_add_timer_millis(Dispatch(), static_cast<unsigned>(journey->period.count()),
+                                                            onTimer, this);
+}
+
+void LocationPeer::EndJourney() {
+    if (journeyTimer != nullptr) {
+        protobuf_c_rpc_dispatch_remove_timer(journeyTimer);
+        journeyTimer = nullptr;
+    }
+    journey.reset();
+}
+
+void LocationPeer::Drive(GpxTrack track, double pace) {
+    const std::chrono::milliseconds period(std::max(std::lround(1000.0 / pace), 1L));
+    RunOnThread([&] {
+        EndJourney();
+        journey = Journey{.track = std::move(track), .period = period};
+        if (Dispatch() != nullptr) {
+            GoOn();
+        }
+    });
+}
+
+void LocationPeer::Stand() {
+    RunOnThread([&] {
+        if (journey) {
+            journey->stopped = std::min<std::chrono::milliseconds>(journey->stopped, journey->next);
+        }
+    });
+}
+
+void LocationPeer::Park() {
+    RunOnThread([&] { EndJourney(); });
 }
 
 void LocationPeer::SetProviderState(uint32_t state) {

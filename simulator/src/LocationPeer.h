@@ -1,15 +1,17 @@
 /// The location service beside the module: a real LocationProvider server on its own address and thread.
 ///
-/// A test sends positions by hand, whatever values they hold, chooses how each method is answered, takes the service
-/// away and brings it back (RpcPeer says how).
+/// It drives along a recorded track, or a test sends positions by hand, whatever values they hold. A test also chooses
+/// how each method is answered, takes the service away and brings it back (RpcPeer says how).
 #ifndef LOCATION_PEER_H
 #define LOCATION_PEER_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 
+#include "GpxTrack.h"
 #include "Position.h"
 #include "RpcPeer.h"
 
@@ -52,6 +54,15 @@ class LocationPeer : public RpcPeerOf<LocationMethod> {
 
     /// Notifies one position now, as it stands, and knows it from now on.
     void Send(const Position& position);
+    /// Drives along the track from its beginning: a position for each second of the track, pace times as fast as the
+    /// clock goes (at most 1000). From the track's end on the vehicle stands there, and tells so. While the service is
+    /// stopped the drive pauses.
+    void Drive(GpxTrack track, double pace = 1);
+    /// The vehicle stands from now on where it is; its positions go on.
+    void Stand();
+    /// No position by itself any more.
+    void Park();
+
     /// Notifies the provider's state, in or out of its enumeration, also when nothing changed.
     void SetProviderState(uint32_t state);
     /// Reads or changes whatever the service knows, on the peer's thread; notifies nothing.
@@ -59,12 +70,25 @@ class LocationPeer : public RpcPeerOf<LocationMethod> {
 
   private:
     xir_common_rpc_interface Interface() const override;
+    void Begin() override;
+    void End() override;
     void Fill(unsigned method, const ProtobufCMessage& request, ProtobufCMessage& reply) override;
 
-    void Tell(const Position& position);
+    struct Journey {
+        GpxTrack track;
+        std::chrono::milliseconds period;  ///< of the clock, for a second of the track
+        std::chrono::seconds next{0};      ///< of the track: told next
+        std::chrono::milliseconds stopped = std::chrono::milliseconds::max();  ///< of the track: stands from then on
+    };
 
-    // Only the peer's thread touches this while it runs, and only its owner while it does not.
+    void Tell(const Position& position);
+    void GoOn();
+    void EndJourney();
+
+    // Only the peer's thread touches these while it runs, and only its owner while it does not.
     LocationService served;
+    std::optional<Journey> journey;
+    ProtobufCRPCDispatchTimer* journeyTimer = nullptr;
 };
 
 #endif

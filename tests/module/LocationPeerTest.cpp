@@ -95,6 +95,31 @@ constexpr const char* kDistinctText =
     "valid_3d_fix=0 speed=19 speed_accuracy=20 tow=21 utc_correction=22 week_number=23 local_timestamp=24 "
     "receive_timestamp=25 timestamp=26 valid_flag=1";
 
+constexpr double kFast = 1000;  ///< a second of the track in a millisecond
+constexpr std::chrono::sys_days kDay = std::chrono::year(2026) / std::chrono::May / 4;
+
+/// East from 0 degrees by a thousandth of a degree each second.
+GpxTrack Equator(std::chrono::seconds length) {
+    TrackPoint from;
+    from.time = kDay;
+    TrackPoint to;
+    to.place.longitude = 0.001 * static_cast<double>(length.count());
+    to.time = kDay + length;
+    return {.points = {from, to}};
+}
+
+/// Of a position: that many seconds after the track's begin.
+auto IsAfter(uint64_t second) {
+    const auto begin = std::chrono::milliseconds(kDay.time_since_epoch()).count();
+    return HasSubstr(" receive_timestamp=" + std::to_string(static_cast<uint64_t>(begin) + 1000 * second) + " ");
+}
+
+/// What stands behind the name, up to the next blank.
+std::string Field(const std::string& fields, const std::string& name) {
+    const size_t at = fields.find(name);
+    return at == std::string::npos ? "none" : fields.substr(at, fields.find(' ', at + 1) - at);
+}
+
 class LocationPeerTest : public testing::Test {
   protected:
     Journal journal;
@@ -300,6 +325,78 @@ TEST_F(LocationPeerTest, ARestartedServiceHasForgottenItsSubscribersButNotItsPos
     peer.Send({.latitude = 2});
 
     EXPECT_EQ(std::string("responsecode=0 ") + kDistinctText, after.LastKnown());
+}
+
+TEST_F(LocationPeerTest, ItDrivesAlongATrackSecondBySecondAndStandsAtItsEnd) {
+    LocationClient client;
+    client.Subscribe(kLocation);
+
+    peer.Drive(Equator(3s), kFast);
+
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" heading=90 "), HasSubstr(" longitude=0 "), IsAfter(0)));
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.001 "), HasSubstr(" speed=111.1"), IsAfter(1)));
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.002 "), HasSubstr(" speed=111.1"), IsAfter(2)));
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.003 "), HasSubstr(" speed=0 "), IsAfter(3)));
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.003 "), HasSubstr(" speed=0 "), IsAfter(4)));
+}
+
+TEST_F(LocationPeerTest, AVehicleThatStandsTellsItsPlaceOnAndOn) {
+    LocationClient client;
+    client.Subscribe(kLocation);
+    peer.Drive(Equator(1h), kFast);
+    EXPECT_THAT(client.ReadLocation(), HasSubstr(" speed=111.1"));
+
+    peer.Stand();
+
+    std::string standing;
+    do {
+        standing = client.ReadLocation();
+    } while (standing.find(" speed=0 ") == std::string::npos && !HasFailure());
+    EXPECT_EQ(Field(standing, " longitude="), Field(client.ReadLocation(), " longitude="));
+    EXPECT_THAT(client.ReadLocation(), HasSubstr(" heading=90 "));
+}
+
+TEST_F(LocationPeerTest, AParkedVehicleTellsNothing) {
+    LocationClient client;
+    peer.Drive(Equator(1h), kFast);
+    journal.AwaitCount(3, IsKind(Kind::RpcNotify));
+
+    peer.Park();
+
+    const uint64_t from = journal.Mark();
+    peer.Answer(LocationMethod::Close, {.delay = 50ms});  // by a timer of the same dispatcher, and a late one
+    client.Ask(LocationMethod::Close);
+    client.Read();
+    EXPECT_EQ(0U, journal.Count(IsKind(Kind::RpcNotify), from));
+}
+
+TEST_F(LocationPeerTest, AnotherTrackBeginsAtItsBeginning) {
+    LocationClient client;
+    client.Subscribe(kLocation);
+    peer.Drive(Equator(1h), 1);
+    EXPECT_THAT(client.ReadLocation(), IsAfter(0));
+
+    peer.Drive(Equator(1s), kFast);
+
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0 "), IsAfter(0)));
+    EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.001 "), IsAfter(1)));
+}
+
+TEST_F(LocationPeerTest, TheDrivePausesWhileTheServiceIsStopped) {
+    peer.Stop();
+    peer.Drive(Equator(1h), kFast);
+    EXPECT_EQ(0U, journal.Count(IsKind(Kind::RpcNotify)));
+
+    ASSERT_TRUE(peer.Start());
+    journal.AwaitCount(2, IsKind(Kind::RpcNotify));
+    peer.Stop();
+    const size_t told = journal.Count(IsKind(Kind::RpcNotify));
+    ASSERT_TRUE(peer.Start());
+
+    const auto positions = journal.AwaitCount(told + 1, IsKind(Kind::RpcNotify));
+    for (size_t second = 0; second <= told; ++second) {
+        EXPECT_THAT(positions.at(second).text, IsAfter(second));
+    }
 }
 
 TEST_F(LocationPeerTest, WhatIsSentWhileItIsStoppedIsOnlyRemembered) {
