@@ -2,8 +2,8 @@
 ///
 /// Taken from the file: every trkpt of every trkseg of every trk, in their order; of each its lat, lon, ele, time, fix,
 /// hdop, vdop, sat and geoidheight. Where a trkseg ends, reception was lost until the next begins (so GPX has it).
-/// A point needs lat, lon and time; where it names no fix, it had one of three dimensions if it has an ele, else of two.
-/// Whatever else is in the file is skipped.
+/// A point needs lat, lon and time. Without a word on its fix it had one of three dimensions if it has an ele,
+/// otherwise of two. Whatever else is in the file is skipped.
 #ifndef GPX_TRACK_H
 #define GPX_TRACK_H
 
