@@ -143,6 +143,12 @@ bool IsLedUsed() {
     return true;
 }
 
+void ShowLed(int32_t brightness1, int32_t brightness2, int32_t blicking12PeriodInMs) {
+    SetGpioEcallLed(static_cast<uint32_t>(EcallUI_Configuration.LedPwmPeriodMs.get()),
+                    static_cast<uint32_t>(brightness1), static_cast<uint32_t>(brightness2),
+                    static_cast<uint32_t>(blicking12PeriodInMs));
+}
+
 }  // namespace
 
 uint64_t LedPeriodNs(uint32_t periodMs) {
@@ -184,4 +190,24 @@ uint32_t SetGpioEnableEcallLed(uint8_t enable) {
     }
     EcallUITrace("SetGpioEnableEcallLed - exit");
     return 0;
+}
+
+void ShowLedPattern(LedPattern pattern) {
+    const EcallUIConfiguration& cfg = EcallUI_Configuration;
+    switch (pattern) {
+        case LedPattern::Unchanged:
+            break;
+        case LedPattern::Idle:
+            ShowLed(cfg.LedEcallIdleBrightness1PerCent, cfg.LedEcallIdleBrightness2PerCent,
+                    cfg.LedEcallIdleBlicking12PeriodInMs);
+            break;
+        case LedPattern::Active:
+            ShowLed(cfg.LedEcallActiveBrightness1PerCent, cfg.LedEcallActiveBrightness2PerCent,
+                    cfg.LedEcallActiveBlicking12PeriodInMs);
+            break;
+        case LedPattern::Error:
+            ShowLed(cfg.LedEcallErrorBrightness1PerCent, cfg.LedEcallErrorBrightness2PerCent,
+                    cfg.LedEcallErrorBlicking12PeriodInMs);
+            break;
+    }
 }

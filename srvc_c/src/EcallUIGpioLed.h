@@ -12,6 +12,10 @@ uint32_t SetGpioEcallLed(uint32_t periodMs, uint32_t brightness1PerCent, uint32_
 /// Switches the LED output on or off, whatever pattern is loaded. Answers 0, also when the LED is not used, or 1.
 uint32_t SetGpioEnableEcallLed(uint8_t enable);
 
+/// The configured patterns.
+enum class LedPattern : uint8_t { Unchanged, Idle, Active, Error };
+void ShowLedPattern(LedPattern pattern);
+
 /// Nanoseconds of a PWM period. The product has 32 bits: a period above 4294 ms wraps.
 uint64_t LedPeriodNs(uint32_t periodMs);
 /// Nanoseconds per period for which the LED is lit: never 0, never just the whole period, and longer than the period

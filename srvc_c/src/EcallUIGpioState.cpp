@@ -6,7 +6,6 @@
 #include "EcallUIGpio.h"
 #include "EcallUIGpioAnt.h"
 #include "EcallUIGpioI2c.h"
-#include "EcallUIGpioLed.h"
 #include "EcallUIGpioRelay.h"
 #include "Trace.h"
 
@@ -75,32 +74,6 @@ void SwitchAmplifier(OutputChange change) {
     } else if (change == OutputChange::Off && IsAmplifierOn) {
         SetAudioAmplifier(0);
         IsAmplifierOn = false;
-    }
-}
-
-void ShowLed(int32_t brightness1, int32_t brightness2, int32_t blicking12PeriodInMs) {
-    SetGpioEcallLed(static_cast<uint32_t>(EcallUI_Configuration.LedPwmPeriodMs.get()),
-                    static_cast<uint32_t>(brightness1), static_cast<uint32_t>(brightness2),
-                    static_cast<uint32_t>(blicking12PeriodInMs));
-}
-
-void ShowLedPattern(LedPattern pattern) {
-    const EcallUIConfiguration& cfg = EcallUI_Configuration;
-    switch (pattern) {
-        case LedPattern::Unchanged:
-            break;
-        case LedPattern::Idle:
-            ShowLed(cfg.LedEcallIdleBrightness1PerCent, cfg.LedEcallIdleBrightness2PerCent,
-                    cfg.LedEcallIdleBlicking12PeriodInMs);
-            break;
-        case LedPattern::Active:
-            ShowLed(cfg.LedEcallActiveBrightness1PerCent, cfg.LedEcallActiveBrightness2PerCent,
-                    cfg.LedEcallActiveBlicking12PeriodInMs);
-            break;
-        case LedPattern::Error:
-            ShowLed(cfg.LedEcallErrorBrightness1PerCent, cfg.LedEcallErrorBrightness2PerCent,
-                    cfg.LedEcallErrorBlicking12PeriodInMs);
-            break;
     }
 }
 

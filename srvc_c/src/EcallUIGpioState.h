@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "EcallUIGpioLed.h"
 #include "XirEcallapp.h"
 
 /// Drives the outputs for a notified state, unless service state and audio state are what they were last time.
@@ -12,7 +13,6 @@
 void SetGpioServiceState(const TEcallappState* state);
 
 enum class OutputChange : uint8_t { Unchanged, Off, On };
-enum class LedPattern : uint8_t { Unchanged, Idle, Active, Error };
 enum class Phase : uint8_t { Unknown, Idle, Call };
 
 /// What the outputs of one state shall be.
