@@ -2,25 +2,15 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 
 #include "EcallUIAppNotify.h"
 #include "EcallUIData.h"
 #include "EcallUIShared.h"
+#include "Received.h"
 #include "Trace.h"
 #include "XirEcallapp.h"
 
 namespace {
-
-struct ReleaseRecord {
-    template <typename Record>
-    void operator()(Record* record) const {
-        record->release(record);
-    }
-};
-/// A record received, if one came.
-template <typename T>
-using Received = std::unique_ptr<XirRecord<T>, ReleaseRecord>;
 
 /// exit, not _exit: what was printed must reach the console.
 [[noreturn]] void GiveUp() {
@@ -28,9 +18,8 @@ using Received = std::unique_ptr<XirRecord<T>, ReleaseRecord>;
 }
 
 void CreateProxy() {
-    static constexpr XirConnection kConnection{"EcallAppClient", "xirtcp://127.0.0.1:50911"};
     IEcallAppPubProxy* proxy = nullptr;
-    const int32_t result = XirEcallapp_createProxy(&proxy, &kConnection);
+    const int32_t result = XirEcallapp_createProxy(&proxy, &kEcallConnection);
     if (result != 0 || proxy == nullptr) {
         EcallUITraceError("XirEcallapp_createProxy error :  srvcResult = %d, pProxyEcallapp = 0x%x ", result,
                           static_cast<unsigned>(reinterpret_cast<uintptr_t>(proxy)));
