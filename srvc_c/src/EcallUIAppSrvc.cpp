@@ -1,5 +1,8 @@
 // The entry: command line, start-up in its fixed order, main loop. There is no orderly end: the process ends by a
 // refused start-up or by a signal, and no thread is ever joined.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -88,6 +91,17 @@ void RestoreUIState() {
     }
 }
 
+/// A standard stream that came closed would become whatever is opened next, and take the console's bytes for its own.
+void OpenStandardStreams() {
+    int descriptor = -1;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+}
+
 void StartServices() {
     StartWorker("SelfTest", RunSelfTestWorker);
     StartButtonPolling();
@@ -104,6 +118,7 @@ void StartServices() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    OpenStandardStreams();
     signal(SIGPIPE, SIG_IGN);             // whoever read the console may be gone
     setvbuf(stdout, nullptr, _IOLBF, 0);  // a journal or a pipe sees each line at once
     EcallUITrace("Start of ECALL UI (version=%s)", kVersion);

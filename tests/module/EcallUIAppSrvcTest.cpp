@@ -61,6 +61,22 @@ TEST(EcallUIAppSrvc, AConsoleWhoseReaderIsGoneStopsNothing) {
     EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, 1));
 }
 
+TEST(EcallUIAppSrvc, AStandardStreamThatCameClosedIsNothingElse) {
+    ServiceWorld world;
+    ASSERT_TRUE(world.peer.Start());
+    const std::string service = world.module.root.Install(Module::ServiceProgram());
+
+    const ModuleProcess& process = world.module.Start("/bin/sh", {"-c", "exec " + service + " <&- >&- 2>&-"});
+
+    world.module.journal.Await(IsTraced("Wait for an event (blocking wait)"));
+    const std::string streams = "/proc/" + std::to_string(process.Pid()) + "/fd/";
+    for (const char* stream : {"0", "1", "2"}) {
+        EXPECT_EQ("null", std::filesystem::read_symlink(streams + stream).filename()) << stream;
+    }
+    world.module.SensorBecomes(SensorStatus::Emergency);
+    EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, 1));
+}
+
 // The command line.
 
 TEST(EcallUIAppSrvc, HelpShowsBothUsagesAndEndsWellWithoutLoadingTheConfiguration) {
