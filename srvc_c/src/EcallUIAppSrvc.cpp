@@ -13,6 +13,7 @@
 
 #include "EcallUIAppButton.h"
 #include "EcallUIAppConnect.h"
+#include "EcallUIConsole.h"
 #include "EcallUIData.h"
 #include "EcallUIGpioEvent.h"
 #include "EcallUIGpioTest.h"
@@ -109,9 +110,14 @@ void StartServices() {
     InitGpio();
 }
 
+/// The mode is looked at anew after each pass: the console ends it when its input ends.
 [[noreturn]] void RunMainLoop() {
     while (true) {
-        std::this_thread::sleep_for(kMainLoopPeriod);
+        if (EcallUI_Configuration.DebugMenuMode == 0) {
+            std::this_thread::sleep_for(kMainLoopPeriod);
+        } else {
+            RunDebugMenuOnce();
+        }
     }
 }
 

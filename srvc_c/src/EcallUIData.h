@@ -12,7 +12,7 @@
 struct EcallUIConfiguration {
     RelaxedText<32> JsonTimeStamp;  ///< when the file was last written
     RelaxedText<64> HW_Name{"KORVA_FDA803_ZX118A4"};
-    Relaxed<uint8_t> DebugMenuMode{0};  ///< started with -m; not in the file
+    Relaxed<uint8_t> DebugMenuMode{0};  ///< started with -m, and its input has not ended; not in the file
     Relaxed<uint16_t> MaxSizeOfTraceFileInKb{1024};
     Relaxed<uint16_t> NbTraceFileStored{2};
     Relaxed<uint8_t> ConnectEcallService{1};
