@@ -13,6 +13,7 @@
 
 #include "EcallUIAppButton.h"
 #include "EcallUIAppConnect.h"
+#include "EcallUIAppGnss.h"
 #include "EcallUIConsole.h"
 #include "EcallUIData.h"
 #include "EcallUIGpioEvent.h"
@@ -83,6 +84,12 @@ void StartButtonPolling() {
     }
 }
 
+void StartGnss() {
+    if (EcallUI_Configuration.ConnectLocationService) {
+        StartWorker("Thread_GNSS", RunGnss);
+    }
+}
+
 void RestoreUIState() {
     if (EcallUI_Configuration.RestoreContextOnBoot) {
         GetUIStateFromSavedFile();
@@ -106,6 +113,7 @@ void OpenStandardStreams() {
 void StartServices() {
     StartWorker("SelfTest", RunSelfTestWorker);
     StartButtonPolling();
+    StartGnss();
     RestoreUIState();
     InitGpio();
 }
