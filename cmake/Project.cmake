@@ -24,6 +24,9 @@ add_link_options(${sanitize})
 # Source names in logs and debug information start at the project, so two checkouts build the same bytes.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=XirEcallUIappSrvc)
 add_link_options(-Wl,-z,relro,-z,now,--as-needed)
+# Most of what is generated for the messages is never called: a fifth of the service's size.
+add_compile_options(-ffunction-sections -fdata-sections)
+add_link_options(-Wl,--gc-sections)
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
