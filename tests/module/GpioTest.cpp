@@ -16,6 +16,11 @@ Texts Lines(const std::string& text) {
     return lines;
 }
 
+/// By the source: its own, or that of the script that it runs.
+bool IsOfHardware(const std::string& source) {
+    return source.find("EcallUIGpio") != std::string::npos || source.find("Script.cpp") != std::string::npos;
+}
+
 std::string LineName(const std::string& path) {
     const std::size_t directory = path.rfind('/', path.rfind('/') - 1);
     return path.substr(directory + 1);
@@ -59,7 +64,7 @@ Texts HardwareMessages(Module& module) {
     for (const std::string& line : Lines(module.root.ReadFile(file::kTrace).value_or(""))) {
         const Entry entry = TraceTail::Parse(line);
         const bool goesOn = entry.subject.empty();
-        isOfHardware = goesOn ? isOfHardware : entry.subject.find("EcallUIGpio") != std::string::npos;
+        isOfHardware = goesOn ? isOfHardware : IsOfHardware(entry.subject);
         if (isOfHardware) {
             messages.push_back(entry.text);
         }
