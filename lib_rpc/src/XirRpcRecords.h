@@ -18,6 +18,26 @@
 #include "XirRpcTypes.h"
 #include "xir_memory.h"
 
+/// An empty record with one reference, the caller's; null without memory.
+template <typename Record>
+XirRecord<Record>* NewRecord() {
+    void* block = nullptr;
+    if (xir_allocate(&block, sizeof(XirRecord<Record>)) != 0) {
+        return nullptr;
+    }
+    auto* const record = std::construct_at(static_cast<XirRecord<Record>*>(block));
+    record->retain = xir_retain;
+    record->release = xir_release;
+    return record;
+}
+
+/// A copy of the text that lives as long as the block; null without memory.
+inline const char* AttachText(void* block, const char* text) {
+    const std::size_t size = std::strlen(text) + 1;
+    void* const copy = xir_allocate_and_attach(block, size);
+    return copy == nullptr ? nullptr : static_cast<const char*>(std::memcpy(copy, text, size));
+}
+
 template <typename T, typename U>
 concept Either = std::same_as<std::remove_const_t<T>, U>;  // const or not, by the direction of the copy
 
@@ -36,10 +56,8 @@ struct CopyToRecord {
         }
     }
     void operator()(char* const& from, const char*& to) {
-        const std::size_t size = std::strlen(from) + 1;
-        void* text = xir_allocate_and_attach(block, size);
-        complete = complete && text != nullptr;
-        to = text == nullptr ? nullptr : static_cast<const char*>(std::memcpy(text, from, size));
+        to = AttachText(block, from);
+        complete = complete && to != nullptr;
     }
 };
 
@@ -68,19 +86,16 @@ void FillMessage(Wire& message, const Record& record) {
 /// Makes the caller's record of a message. Answers false without memory, then *out is unchanged.
 template <typename Wire, typename Record>
 bool MakeRecord(const Wire& message, XirRecord<Record>** out) {
-    void* block = nullptr;
-    if (xir_allocate(&block, sizeof(XirRecord<Record>)) != 0) {
+    XirRecord<Record>* const record = NewRecord<Record>();
+    if (record == nullptr) {
         return false;
     }
-    auto* record = std::construct_at(static_cast<XirRecord<Record>*>(block));
-    CopyToRecord copy{block};
+    CopyToRecord copy{record};
     EachField(message, static_cast<Record&>(*record), copy);
     if (!copy.complete) {
-        xir_release(block);
+        record->release(record);
         return false;
     }
-    record->retain = xir_retain;
-    record->release = xir_release;
     *out = record;
     return true;
 }
