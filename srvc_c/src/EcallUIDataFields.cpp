@@ -56,7 +56,7 @@ constexpr ConfigurationField kFields[] = {
     {FIELD(LedEcallErrorBlicking12PeriodInMs), 16, AtOnce, kMs,
      "how long each of the two shows on a failure; 0: the first for good"},
     {FIELD(EcallAntennaDetectionThresholdMv), 17, AtOnce, kMv,
-     "voltage above which the self-test takes the eCall antenna for disconnected"},
+     "voltage above which the self-test takes the eCall antenna for disconnected", FieldStore::Low16Bits},
     {FIELD(RestoreContextOnBoot), 18, AtNextStart, kNoRange, "take over the UI state of the last run at start-up"},
     {FIELD(AudioRelayUsed), kNone, AtOnce, kNoRange, "the audio relay is connected"},
     {FIELD_LABELLED(EcallButtonUsed, "AudioRelayUsed"), 19, AtOnce, kNoRange,

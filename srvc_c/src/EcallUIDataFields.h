@@ -23,6 +23,12 @@ enum class FieldEffect {
     PartlyAtOnce,  ///< by some of its users at once, by the others at the next start
 };
 
+/// What a set by number stores. A load stores what the file says.
+enum class FieldStore {
+    AsGiven,
+    Low16Bits,  ///< of the number, as an unsigned one: 70000 gives 4464
+};
+
 /// What a number counts, and its sensible values. The service itself takes any.
 struct FieldRange {
     const char* unit;  ///< empty: none
@@ -40,6 +46,7 @@ struct ConfigurationField {
     FieldEffect effect;
     FieldRange range;     ///< of a number; otherwise empty
     const char* meaning;  ///< one sentence without its full stop
+    FieldStore store = FieldStore::AsGiven;
 };
 
 /// Every field of the file, in the file's order.
