@@ -19,12 +19,12 @@
 #include "EcallUIGpioEvent.h"
 #include "EcallUIGpioTest.h"
 #include "EcallUIShared.h"
+#include "EcallUIapp_impl.h"
 #include "Thread.h"
 #include "Trace.h"
 
 namespace {
 
-constexpr char kVersion[] = "V0.22";
 constexpr std::chrono::milliseconds kMainLoopPeriod{500};
 constexpr std::chrono::milliseconds kSelfTestPollPeriod{1000};
 
@@ -111,6 +111,7 @@ void OpenStandardStreams() {
 }
 
 void StartServices() {
+    XirCreateIEcallUIApp();
     StartWorker("SelfTest", RunSelfTestWorker);
     StartButtonPolling();
     StartGnss();
@@ -135,7 +136,7 @@ int main(int argc, char** argv) {
     OpenStandardStreams();
     signal(SIGPIPE, SIG_IGN);             // whoever read the console may be gone
     setvbuf(stdout, nullptr, _IOLBF, 0);  // a journal or a pipe sees each line at once
-    EcallUITrace("Start of ECALL UI (version=%s)", kVersion);
+    EcallUITrace("Start of ECALL UI (version=%s)", kApplicationVersion);
 
     const CommandLine commandLine = ReadCommandLine(argc, argv);
     if (commandLine.exitStatus) {

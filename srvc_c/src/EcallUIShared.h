@@ -7,6 +7,8 @@
 #include "EcallappHandle.h"
 #include "Relaxed.h"
 
+constexpr char kApplicationVersion[] = "V0.22";
+
 /// The proxy of the eCall application service; none while the service is not used or not reached.
 extern EcallappHandle pProxyEcallapp;
 /// 1: a self-test is asked for, or running. Set by the state notifications, cleared by the self-test worker.

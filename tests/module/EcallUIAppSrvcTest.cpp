@@ -196,6 +196,7 @@ TEST(EcallUIAppSrvc, StartUpGoesThroughItsStagesInOrder) {
              "InitConfiguration - Exit",
              "Connected. (srvcUrl=xirtcp://127.0.0.1:50911)",
              "APP_AUDIO_CONFIG_NUMBER",
+             "XirCreateIEcallUIApp (protobuf) : OK",
              "GetUIStateFromSavedFile - Enter",
              "GetUIStateFromSavedFile - Exit",
              "InitGpio - Enter",
@@ -215,7 +216,7 @@ TEST(EcallUIAppSrvc, WithoutPeersAndInputsTheServiceStageIsWholeAndInOrder) {
     world.module.StartService();
 
     EXPECT_THAT(MessagesUntilSleep(world, "InitConfiguration - Exit"),
-                ElementsAre("InitConfiguration - Exit",
+                ElementsAre("InitConfiguration - Exit", "XirCreateIEcallUIApp (protobuf) : OK",
                             // The state.
                             "GetUIStateFromSavedFile - Enter", "Crc16 - Enter", "Crc16 - Exit", "pEcallUIStateSaved : ",
                             "EcallUIState : EcallAntennaSelected=0, EcallAntennaDetectionActivated=0, "
@@ -228,13 +229,14 @@ TEST(EcallUIAppSrvc, WithoutPeersAndInputsTheServiceStageIsWholeAndInOrder) {
                             "gpio_05 (ANT_DET_CTL_GPIO) configured at lo level", "GpioAntWrite - Exit : ret = 0",
                             StartsWith("SetUIStateAndUnlock - Enter, thread = 0x"),
                             StartsWith("SetUIStateAndUnlock - Exit, thread = 0x"), "InitGpio - exit"));
-    EXPECT_THAT(ThreadNames(world.module.Service()), ElementsAre("SelfTest", "XirEcallUIappSr"));
+    EXPECT_THAT(ThreadNames(world.module.Service()), ElementsAre("IEcallUIAppSrvc", "SelfTest", "XirEcallUIappSr"));
 }
 
 TEST(EcallUIAppSrvc, TheServiceHasNoThreadButThoseItNames) {
     ServiceWorld world;
     world.Configure(R"("AudioRelayUsed": false)");
-    const auto areTheNamedOnes = ElementsAre("IEcallApp", "SelfTest", "Thread_GPIO_UEV", "XirEcallUIappSr");
+    const auto areTheNamedOnes =
+        ElementsAre("IEcallApp", "IEcallUIAppSrvc", "SelfTest", "Thread_GPIO_UEV", "XirEcallUIappSr");
 
     world.Start();
     AwaitSleep(world.module.Service(), "XirEcallUIappSr");
@@ -249,10 +251,10 @@ TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
 
     world.Start();
     AwaitSleep(world.module.Service(), "XirEcallUIappSr");
-    EXPECT_TRUE(AwaitThreads(world.module.Service(), 5));
+    EXPECT_TRUE(AwaitThreads(world.module.Service(), 6));
 
     EXPECT_TRUE(world.IsCrashReported());
-    EXPECT_TRUE(AwaitThreads(world.module.Service(), 5));
+    EXPECT_TRUE(AwaitThreads(world.module.Service(), 6));
 }
 
 TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {

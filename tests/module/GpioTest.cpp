@@ -16,9 +16,10 @@ Texts Lines(const std::string& text) {
     return lines;
 }
 
-/// By the source: its own, or that of the script that it runs.
+/// By the source: its own, or that of the scripts.
 bool IsOfHardware(const std::string& source) {
-    return source.find("EcallUIGpio") != std::string::npos || source.find("Script.cpp") != std::string::npos;
+    const auto isPart = [&source](const char* part) { return source.find(part) != std::string::npos; };
+    return isPart("EcallUIGpio") || isPart("EcallUIapp_implMic") || isPart("Script.cpp");
 }
 
 std::string LineName(const std::string& path) {

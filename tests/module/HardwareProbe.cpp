@@ -39,6 +39,7 @@
 #include "EcallUIGpioState.h"
 #include "EcallUIGpioTest.h"
 #include "EcallUIShared.h"
+#include "EcallUIapp_implMic.h"
 #include "Trace.h"
 
 namespace {
@@ -64,6 +65,7 @@ WrappedCall SelectCall;
 WrappedCall SocketCall;
 WrappedCall TimerCall;
 WrappedCall WaitCall;
+WrappedCall WaitPidCall;
 const std::map<std::string, WrappedCall*> WrappedCalls = {
     {"pthread_create", &CreateThreadCall},
     {"fork", &ForkCall},
@@ -75,6 +77,7 @@ const std::map<std::string, WrappedCall*> WrappedCalls = {
     {"socket", &SocketCall},
     {"timer_create", &TimerCall},
     {"wait", &WaitCall},
+    {"waitpid", &WaitPidCall},
 };
 
 }  // namespace
@@ -151,6 +154,10 @@ int __wrap_socket(int domain, int type, int protocol) {
 }
 pid_t __real_wait(int* status);
 pid_t __wrap_wait(int* status) { return WaitCall.Fails() ? -1 : __real_wait(status); }
+pid_t __real_waitpid(pid_t child, int* status, int options);
+pid_t __wrap_waitpid(pid_t child, int* status, int options) {
+    return WaitPidCall.Fails() ? -1 : __real_waitpid(child, status, options);
+}
 }
 // clang-format on
 
@@ -199,6 +206,11 @@ std::string Convert(uint8_t channel) {
 void NotifyState(uint32_t serviceState, uint32_t audioOutState) {
     const TEcallappState state{serviceState, 0, 5, 0, audioOutState, TSelfTestState_Unknown};
     SetGpioServiceState(&state);
+}
+
+std::string MicTest() {
+    const std::optional<float> value = RunMicTest();
+    return value ? std::to_string(*value) : "failed";
 }
 
 int32_t Descriptors() {
@@ -291,6 +303,7 @@ const std::map<std::string, Operation>& Operations() {
         {"I2cReadRegisterWithoutData", [](const Words&) { return Text(I2cReadRegister(0, 0x72, 1, {})); }},
         {"RunSelfTest", done([](const Words&) { RunSelfTest(); })},
         {"SetGpioServiceState", done([](const Words& w) { NotifyState(Number(w[1]), Number(w[2])); })},
+        {"RunMicTest", [](const Words&) { return MicTest(); }},
         {"ReadDtrStatus", [](const Words&) { return Text(ReadDtrStatus()); }},
         {"GpioRecoveryThread", done([](const Words&) { GpioRecoveryThread(); })},
         {"InitGpio", done([](const Words&) { InitGpio(); })},

@@ -15,8 +15,6 @@
 #include "UiParameters.h"
 #include "lib_c/src-gen/CommonTypes.pb-c.h"
 
-using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -57,7 +55,7 @@ std::vector<std::string> SetMessages(const std::string& enter, const std::vector
 
 std::vector<std::string> AsFailures(std::vector<std::string> messages) {
     for (std::string& message : messages) {
-        message = "5 " + message;
+        message.insert(0, "5 ");
     }
     return messages;
 }

@@ -1,6 +1,7 @@
 #include "RawPeer.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -36,7 +37,39 @@ void SendAll(int fd, const std::string& bytes) {
     EXPECT_EQ(static_cast<ssize_t>(bytes.size()), send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
 }
 
+std::string ReceiveBytes(int fd, std::size_t count) {
+    std::string bytes;
+    while (bytes.size() < count) {
+        char piece[256];
+        const ssize_t got = WaitReadable(fd) ? recv(fd, piece, std::min(sizeof piece, count - bytes.size()), 0) : -1;
+        if (got <= 0) {
+            ADD_FAILURE() << "the other end sent nothing";
+            bytes.resize(count);
+            break;
+        }
+        bytes.append(piece, static_cast<std::size_t>(got));
+    }
+    return bytes;
+}
+
+RawFrame ReceiveFrame(int fd) {
+    const std::string head = ReceiveBytes(fd, 12);
+    RawFrame frame;
+    frame.method = static_cast<uint16_t>(Little(head, 4, 2));
+    frame.kind = static_cast<uint8_t>(head[6]);
+    frame.status = static_cast<uint8_t>(head[7]);
+    frame.id = static_cast<uint32_t>(Little(head, 8, 4));
+    frame.payload = ReceiveBytes(fd, Little(head, 0, 4));
+    return frame;
+}
+
 }  // namespace
+
+std::string FrameBytes(const RawFrame& frame) {
+    ProtoBytes out;
+    out.Fixed(frame.payload.size(), 4).Fixed(frame.method, 2).Fixed(frame.kind, 1).Fixed(frame.status, 1);
+    return out.Fixed(frame.id, 4).bytes + frame.payload;
+}
 
 RawPeer::RawPeer() {
     const sockaddr_un address = LocalAddress(place.Path());
@@ -63,40 +96,16 @@ void RawPeer::Drop() {
     }
 }
 
-std::string RawPeer::ReceiveBytes(std::size_t count) {
-    std::string bytes;
-    while (bytes.size() < count) {
-        char piece[256];
-        const ssize_t got =
-            WaitReadable(connection) ? recv(connection, piece, std::min(sizeof piece, count - bytes.size()), 0) : -1;
-        if (got <= 0) {
-            ADD_FAILURE() << "the client sent nothing";
-            bytes.resize(count);
-            break;
-        }
-        bytes.append(piece, static_cast<std::size_t>(got));
-    }
-    return bytes;
-}
-
 RawFrame RawPeer::Receive() {
-    const std::string head = ReceiveBytes(12);
-    RawFrame frame;
-    frame.method = static_cast<uint16_t>(Little(head, 4, 2));
-    frame.kind = static_cast<uint8_t>(head[6]);
-    frame.status = static_cast<uint8_t>(head[7]);
-    frame.id = static_cast<uint32_t>(Little(head, 8, 4));
-    frame.payload = ReceiveBytes(Little(head, 0, 4));
-    return frame;
+    return ReceiveFrame(connection);
 }
 
 void RawPeer::SendTogether(const std::vector<RawFrame>& frames) {
-    ProtoBytes out;
+    std::string bytes;
     for (const RawFrame& frame : frames) {
-        out.Fixed(frame.payload.size(), 4).Fixed(frame.method, 2).Fixed(frame.kind, 1).Fixed(frame.status, 1);
-        out.Fixed(frame.id, 4).bytes += frame.payload;
+        bytes += FrameBytes(frame);
     }
-    SendAll(connection, out.bytes);
+    SendAll(connection, bytes);
 }
 
 RawFrame RawPeer::Serve(const std::string& payload) {
@@ -110,6 +119,14 @@ RawClient::RawClient(const std::string& path) : connection(socket(AF_UNIX, SOCK_
     EXPECT_EQ(0, connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address));
 }
 
+RawClient::RawClient(uint16_t port) : connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(0, connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+}
+
 RawClient::~RawClient() {
     close(connection);
 }
@@ -118,8 +135,23 @@ void RawClient::Send(const std::string& bytes) {
     SendAll(connection, bytes);
 }
 
+uint32_t RawClient::Request(uint16_t method, const std::string& payload) {
+    Send(FrameBytes({method, kRequest, 0, ++lastId, payload}));
+    return lastId;
+}
+
+RawFrame RawClient::Receive() {
+    return ReceiveFrame(connection);
+}
+
+RawFrame RawClient::Call(uint16_t method, const std::string& payload) {
+    Request(method, payload);
+    return Receive();
+}
+
 void RawClient::WaitForEnd() {
-    char byte = 0;
-    EXPECT_TRUE(WaitReadable(connection));
-    EXPECT_LE(recv(connection, &byte, 1, 0), 0);
+    char bytes[256];
+    do {
+        ASSERT_TRUE(WaitReadable(connection)) << "the server keeps the connection";
+    } while (recv(connection, bytes, sizeof bytes, 0) > 0);
 }

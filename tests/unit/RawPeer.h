@@ -17,6 +17,9 @@ struct RawFrame {
     std::string payload;
 };
 
+/// As it goes over the wire.
+std::string FrameBytes(const RawFrame& frame);
+
 constexpr uint8_t kReply = 0;
 constexpr uint8_t kRequest = 1;
 constexpr uint8_t kNotification = 2;
@@ -47,8 +50,6 @@ class RawPeer {
     RawFrame Serve(const std::string& payload);
 
   private:
-    std::string ReceiveBytes(std::size_t count);
-
     ScratchSocket place;
     int listener = -1;
     int connection = -1;
@@ -58,16 +59,25 @@ class RawPeer {
 class RawClient {
   public:
     explicit RawClient(const std::string& path);
+    /// Connects to a port of this machine.
+    explicit RawClient(uint16_t port);
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
     ~RawClient();
 
     void Send(const std::string& bytes);
-    /// Until the server has closed the connection.
+    /// Sends a request under the next id; answers that.
+    uint32_t Request(uint16_t method, const std::string& payload);
+    /// The next frame from the server.
+    RawFrame Receive();
+    /// Sends a request and waits for its reply, the next frame.
+    RawFrame Call(uint16_t method, const std::string& payload);
+    /// Until the server has closed the connection; what it sends before is passed over.
     void WaitForEnd();
 
   private:
     int connection = -1;
+    uint32_t lastId = 0;
 };
 
 #endif

@@ -11,40 +11,40 @@ enum class UiKind { Boolean, Number, Text };
 
 struct UiParameter {
     int32_t number;
-    const char* name;  ///< on the wire, behind the enumeration's prefix
-    const char* key;   ///< in the configuration file
     UiKind kind;
+    const char* name;       ///< on the wire, behind the enumeration's prefix
+    const char* key;        ///< in the configuration file
     const char* byDefault;  ///< in the file
 };
 
 inline constexpr UiParameter kUiParameters[] = {
-    {0, "CONNECT_ECALL_SERVICE", "ConnectEcallService", UiKind::Boolean, "true"},
-    {1, "CONNECT_LOCATION_SERVICE", "ConnectLocationService", UiKind::Boolean, "false"},
-    {2, "GPIO_INPUT_PWM_ENS_USED", "GpioInputPwm_ENS_Used", UiKind::Boolean, "true"},
-    {3, "GPIO_INPUT_BUTTON_NRQST_USED", "GpioInputButton_nRQST_Used", UiKind::Boolean, "true"},
-    {4, "GPIO_INPUT_BUTTON_NRQST_ACTIVE_LOW", "GpioInputButton_nRQST_ActiveLow", UiKind::Boolean, "false"},
-    {5, "GPIO_OUTPUT_LED_CNTL_USED", "GpioOutputLed_CNTL_Used", UiKind::Boolean, "true"},
-    {6, "GPIO_OUTPUT_NLOCK_USED", "GpioOutputNlock_Used", UiKind::Boolean, "true"},
-    {7, "LED_PWM_PERIOD_MS", "LedPwmPeriodMs", UiKind::Number, "10"},
-    {8, "LED_ECALL_IDLE_BRIGHTNESS1_PER_CENT", "LedEcallIdleBrightness1PerCent", UiKind::Number, "25"},
-    {9, "LED_ECALL_IDLE_BRIGHTNESS2_PER_CENT", "LedEcallIdleBrightness2PerCent", UiKind::Number, "0"},
-    {10, "LED_ECALL_IDLE_BLINCKING12_PERIOD_MS", "LedEcallIdleBlicking12PeriodInMs", UiKind::Number, "0"},
-    {11, "LED_ECALL_ACTIVE_BRIGHTNESS1_PER_CENT", "LedEcallActiveBrightness1PerCent", UiKind::Number, "90"},
-    {12, "LED_ECALL_ACTIVE_BRIGHTNESS2_PER_CENT", "LedEcallActiveBrightness2PerCent", UiKind::Number, "0"},
-    {13, "LED_ECALL_ACTIVE_BLINCKING12_PERIOD_MS", "LedEcallActiveBlicking12PeriodInMs", UiKind::Number, "1000"},
-    {14, "LED_ECALL_ERROR_BRIGHTNESS1_PER_CENT", "LedEcallErrorBrightness1PerCent", UiKind::Number, "25"},
-    {15, "LED_ECALL_ERROR_BRIGHTNESS2_PER_CENT", "LedEcallErrorBrightness2PerCent", UiKind::Number, "0"},
-    {16, "LED_ECALL_ERROR_BLINCKING12_PERIOD_MS", "LedEcallErrorBlicking12PeriodInMs", UiKind::Number, "5000"},
-    {17, "ECALL_ANTENNA_DETECTION_THRESHOLD_MV", "EcallAntennaDetectionThresholdMv", UiKind::Number, "900"},
-    {18, "RESTORE_CONTEXT_ON_BOOT", "RestoreContextOnBoot", UiKind::Boolean, "true"},
-    {19, "ECALL_BUTTON_USED", "EcallButtonUsed", UiKind::Boolean, "true"},
-    {20, "ECALL_BUTTON_PRESS_MINIMAL_TIME_FOR_TRIG_MS", "EcallButtonPressMinimalTimeForTrigMs", UiKind::Number, "100"},
-    {21, "ECALL_BUTTON_POLLING_DETECTION_MODE", "EcallButtonPullingDetectionMode", UiKind::Boolean, "false"},
-    {22, "GPIO_FOR_ENABLING_ECALL_LED_CONTROL_USED", "GpioForEnablingEcallLedControlUsed", UiKind::Text, "\"DTR\""},
-    {23, "GPIO_FOR_ENABLING_ECALL_LED_CONTROL_ACTIVE_LOW", "GpioForEnablingEcallLedControlActiveLow", UiKind::Boolean,
+    {0, UiKind::Boolean, "CONNECT_ECALL_SERVICE", "ConnectEcallService", "true"},
+    {1, UiKind::Boolean, "CONNECT_LOCATION_SERVICE", "ConnectLocationService", "false"},
+    {2, UiKind::Boolean, "GPIO_INPUT_PWM_ENS_USED", "GpioInputPwm_ENS_Used", "true"},
+    {3, UiKind::Boolean, "GPIO_INPUT_BUTTON_NRQST_USED", "GpioInputButton_nRQST_Used", "true"},
+    {4, UiKind::Boolean, "GPIO_INPUT_BUTTON_NRQST_ACTIVE_LOW", "GpioInputButton_nRQST_ActiveLow", "false"},
+    {5, UiKind::Boolean, "GPIO_OUTPUT_LED_CNTL_USED", "GpioOutputLed_CNTL_Used", "true"},
+    {6, UiKind::Boolean, "GPIO_OUTPUT_NLOCK_USED", "GpioOutputNlock_Used", "true"},
+    {7, UiKind::Number, "LED_PWM_PERIOD_MS", "LedPwmPeriodMs", "10"},
+    {8, UiKind::Number, "LED_ECALL_IDLE_BRIGHTNESS1_PER_CENT", "LedEcallIdleBrightness1PerCent", "25"},
+    {9, UiKind::Number, "LED_ECALL_IDLE_BRIGHTNESS2_PER_CENT", "LedEcallIdleBrightness2PerCent", "0"},
+    {10, UiKind::Number, "LED_ECALL_IDLE_BLINCKING12_PERIOD_MS", "LedEcallIdleBlicking12PeriodInMs", "0"},
+    {11, UiKind::Number, "LED_ECALL_ACTIVE_BRIGHTNESS1_PER_CENT", "LedEcallActiveBrightness1PerCent", "90"},
+    {12, UiKind::Number, "LED_ECALL_ACTIVE_BRIGHTNESS2_PER_CENT", "LedEcallActiveBrightness2PerCent", "0"},
+    {13, UiKind::Number, "LED_ECALL_ACTIVE_BLINCKING12_PERIOD_MS", "LedEcallActiveBlicking12PeriodInMs", "1000"},
+    {14, UiKind::Number, "LED_ECALL_ERROR_BRIGHTNESS1_PER_CENT", "LedEcallErrorBrightness1PerCent", "25"},
+    {15, UiKind::Number, "LED_ECALL_ERROR_BRIGHTNESS2_PER_CENT", "LedEcallErrorBrightness2PerCent", "0"},
+    {16, UiKind::Number, "LED_ECALL_ERROR_BLINCKING12_PERIOD_MS", "LedEcallErrorBlicking12PeriodInMs", "5000"},
+    {17, UiKind::Number, "ECALL_ANTENNA_DETECTION_THRESHOLD_MV", "EcallAntennaDetectionThresholdMv", "900"},
+    {18, UiKind::Boolean, "RESTORE_CONTEXT_ON_BOOT", "RestoreContextOnBoot", "true"},
+    {19, UiKind::Boolean, "ECALL_BUTTON_USED", "EcallButtonUsed", "true"},
+    {20, UiKind::Number, "ECALL_BUTTON_PRESS_MINIMAL_TIME_FOR_TRIG_MS", "EcallButtonPressMinimalTimeForTrigMs", "100"},
+    {21, UiKind::Boolean, "ECALL_BUTTON_POLLING_DETECTION_MODE", "EcallButtonPullingDetectionMode", "false"},
+    {22, UiKind::Text, "GPIO_FOR_ENABLING_ECALL_LED_CONTROL_USED", "GpioForEnablingEcallLedControlUsed", "\"DTR\""},
+    {23, UiKind::Boolean, "GPIO_FOR_ENABLING_ECALL_LED_CONTROL_ACTIVE_LOW", "GpioForEnablingEcallLedControlActiveLow",
      "false"},
-    {24, "ECALL_MICROPHONE_SOURCE", "EcallMicrophoneSource", UiKind::Number, "1"},
-    {25, "GPIO_IRQ_RECOVERY_ENABLE", "GpioIrqRecovery", UiKind::Boolean, "true"},
+    {24, UiKind::Number, "ECALL_MICROPHONE_SOURCE", "EcallMicrophoneSource", "1"},
+    {25, UiKind::Boolean, "GPIO_IRQ_RECOVERY_ENABLE", "GpioIrqRecovery", "true"},
 };
 
 constexpr uint16_t kUiPort = 50101;

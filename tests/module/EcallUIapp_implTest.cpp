@@ -1,0 +1,465 @@
+// The service's own RPC interface as its clients see it: the bytes of requests and replies, what is said, who waits for
+// whom, and what clients may do that know no manners.
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <list>
+
+#include "RawPeer.h"
+#include "ServiceWorld.h"
+#include "UiParameters.h"
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+namespace {
+
+constexpr char kResultFile[] = "/tmp/ecall_analog_mic_test_result.txt";
+constexpr char kMicScript[] = "ecall_analog_mic_test.sh";
+constexpr char kAudioScript[] = "launch-audio-for-ecall.sh";
+constexpr int64_t kMicFailed = 4294967280;  // -16 in 32 bits
+
+const std::string kVersionReply = ProtoBytes().Number(1, 0).Text(2, "0.1.0-r1, V0.22").bytes;
+
+std::string MicReply(int64_t code, float value) {
+    return ProtoBytes().Number(1, code).Float(2, value).bytes;
+}
+
+/// A script that waits for the file, which makes it measurable who waits for whom.
+std::string WaitFor(const std::string& path) {
+    return "while [ ! -e " + path + " ]; do sleep 0.01; done\n";
+}
+
+void LetScriptMeasure(Module& module, const std::string& text, const std::string& before = "") {
+    module.SetScript(file::kMicrophoneTestScript, {.commands = before + "echo '" + text + "' > " + kResultFile});
+}
+
+struct ImplWorld : ServiceWorld {
+    /// Starts the service without its eCall service.
+    void StartAlone() {
+        Configure(R"("ConnectEcallService": false)");
+        module.StartService();
+        AwaitReady();
+        AwaitSleep(module.Service(), "XirEcallUIappSr");
+    }
+    /// The messages since start-up, once the server has answered.
+    std::vector<std::string> MessagesOf(RawClient& client, UiMethod method, const std::string& payload) {
+        const size_t before = TraceMessages().size();
+        client.Call(method, payload);
+        std::vector<std::string> messages = TraceMessages();
+        messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(before));
+        return messages;
+    }
+    Match IsScript(const char* name, const char* text) { return {.kind = Kind::Script, .subject = name, .text = text}; }
+};
+
+const std::string kConn = " \\(conn=(0x[0-9a-f]+|\\(nil\\))\\)";
+
+}  // namespace
+
+// --- The methods ---
+
+TEST(EcallUIAppImplOfTheService, ARequestForAParameterIsAnsweredByteByByte) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    const RawFrame reply = client.Call(0, std::string("\x08\x07", 2));
+
+    EXPECT_EQ(0, reply.method);
+    EXPECT_EQ(kReply, reply.kind);
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(1U, reply.id);
+    EXPECT_EQ(std::string("\x08\x00\x12\x06\x08\x00\x10\x0a\x1a\x00", 10), reply.payload);
+}
+
+TEST(EcallUIAppImplOfTheService, AReadingIsSaidStepByStep) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    EXPECT_THAT(world.MessagesOf(client, kGetUiCfgParameter, UiGetRequest(22)),
+                ElementsAre(MatchesRegex("get_cfg_parameter_impl" + kConn + ", cfgParamName=22"), "",
+                            "EcallUIGetParameter - Enter", "cfgParamName=22, BoolValue=0, IntValue=0, StrValue=DTR",
+                            "EcallGetParameter - Exit"));
+}
+
+TEST(EcallUIAppImplOfTheService, ARequestToSetAParameterIsAnsweredByteByByte) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    const RawFrame reply = client.Call(1, std::string("\x08\x07\x12\x07\x08\x00\x10\x14\x1a\x01x", 11));
+
+    EXPECT_EQ(1, reply.method);
+    EXPECT_EQ(kReply, reply.kind);
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(std::string("\x08\x00", 2), reply.payload);
+    EXPECT_EQ(UiGetReply({.number = 20}), client.Call(kGetUiCfgParameter, UiGetRequest(7)).payload);
+}
+
+TEST(EcallUIAppImplOfTheService, ASetIsSaidStepByStep) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    EXPECT_THAT(
+        world.MessagesOf(client, kSetUiCfgParameter, UiSetRequest(7, {.boolean = 1, .number = -20, .text = "abc"})),
+        ElementsAre(MatchesRegex("com_vantu_ecalluiapp_iecalluiapp_set_cfg_parameter_impl" + kConn +
+                                 ", cfgParam=7, bool=1, int=-20, Str=abc"),
+                    "", "EcallUISetParameter - Enter, cfgParamName=7, BoolValue=1, IntValue=-20, StrValue=abc",
+                    "SaveConfiguration - Enter", "fill Json buffer", "SaveConfiguration - Exit",
+                    "EcallUISetParameter - Exit"));
+}
+
+TEST(EcallUIAppImplOfTheService, TheVersionIsThatOfPackageAndApplication) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    EXPECT_THAT(world.MessagesOf(client, kGetUiVersion, ""),
+                ElementsAre(MatchesRegex("com_vantu_ecalluiapp_iecalluiapp_get_version_impl" + kConn), "",
+                            "pVersion =  0.1.0-r1, V0.22 ", ""));
+    const RawFrame reply = client.Call(2, "");
+    EXPECT_EQ(2, reply.method);
+    EXPECT_EQ(std::string("\x08\x00\x12\x0f", 4) + "0.1.0-r1, V0.22", reply.payload);
+}
+
+TEST(EcallUIAppImplOfTheService, TheInterfaceNamesItselfAndItsVersion) {
+    ImplWorld world;
+    world.StartAlone();
+
+    const RawFrame reply = RawClient(kUiPort).Call(4, "");
+
+    EXPECT_EQ(4, reply.method);
+    EXPECT_EQ(std::string("\x08\x00\x10\x01\x18\x04\x22\x20", 8) + "com.vantu.ecalluiapp.iecalluiapp", reply.payload);
+}
+
+TEST(EcallUIAppImplOfTheService, AMicrophoneTestIsAnsweredByteByByteAndSaidStepByStep) {
+    ImplWorld world;
+    world.StartAlone();
+    LetScriptMeasure(world.module, "12,5");
+    RawClient client(kUiPort);
+
+    EXPECT_THAT(
+        world.MessagesOf(client, kRunAnalogMicTest, ""),
+        ElementsAre(MatchesRegex("com_vantu_ecalluiapp_iecalluiapp_run_analog_mic_test_impl" + kConn), "",
+                    "launches the external script to run the analog microphone test",
+                    "Child process exited with status 0", "Read /tmp/ecall_analog_mic_test_result.txt : 12,5",
+                    ", ByteRead = 5", "MesuredValue = 12.500000", "Script run without error, Value = 12.500000"));
+    const RawFrame reply = client.Call(3, "");
+    EXPECT_EQ(3, reply.method);
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(std::string("\x08\x00\x15\x00\x00\x48\x41", 7), reply.payload);
+}
+
+TEST(EcallUIAppImplOfTheService, AMicrophoneTestThatFailsIsAnsweredWithoutAValue) {
+    ImplWorld world;
+    world.StartAlone();
+    LetScriptMeasure(world.module, "1a3");
+    RawClient client(kUiPort);
+
+    const RawFrame reply = client.Call(3, "");
+
+    EXPECT_EQ(0, reply.status);
+    EXPECT_EQ(std::string("\x08\xf0\xff\xff\xff\x0f\x15\x00\x00\x00\x00", 11), reply.payload);
+    EXPECT_EQ(MicReply(kMicFailed, 0), reply.payload);
+    EXPECT_THAT(world.SystemLog(), AllOf(Contains("Error, bad value 0x61 "), Contains("Script run with error")));
+}
+
+TEST(EcallUIAppImplOfTheService, EachFailureOfTheScriptIsAnsweredAlike) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+    const std::string measures = "echo 12.5 > " + std::string(kResultFile);
+
+    world.module.SetScript(file::kMicrophoneTestScript, {.exitStatus = 1, .commands = measures});
+    EXPECT_EQ(MicReply(kMicFailed, 0), client.Call(kRunAnalogMicTest, "").payload);
+    world.module.SetScript(file::kMicrophoneTestScript, {.commands = measures + "\nkill -9 $$"});
+    EXPECT_EQ(MicReply(kMicFailed, 0), client.Call(kRunAnalogMicTest, "").payload);
+    world.module.SetScript(file::kMicrophoneTestScript, {.commands = "printf '' > " + std::string(kResultFile)});
+    EXPECT_EQ(MicReply(kMicFailed, 0), client.Call(kRunAnalogMicTest, "").payload);
+    world.module.root.WriteFile(file::kMicrophoneTestScript, "#!/bin/sh\n", 0644);
+    EXPECT_EQ(MicReply(kMicFailed, 0), client.Call(kRunAnalogMicTest, "").payload);
+    world.module.RemoveScript(file::kMicrophoneTestScript);
+    EXPECT_EQ(MicReply(kMicFailed, 0), client.Call(kRunAnalogMicTest, "").payload);
+
+    // And the next one that goes well is none of theirs.
+    LetScriptMeasure(world.module, "3.5");
+    EXPECT_EQ(MicReply(0, 3.5F), client.Call(kRunAnalogMicTest, "").payload);
+}
+
+TEST(EcallUIAppImplOfTheService, AMicrophoneTestWithoutAResultGoesWellWithTheValueZero) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    EXPECT_EQ(MicReply(0, 0), client.Call(kRunAnalogMicTest, "").payload);
+
+    EXPECT_THAT(world.TraceMessages(), Contains("Script run without error, Value = 0.000000"));
+}
+
+TEST(EcallUIAppImplOfTheService, WhatIsNoRequestOfTheInterfaceIsRefusedAndTheConnectionGoesOn) {
+    ImplWorld world;
+    world.StartAlone();
+    RawClient client(kUiPort);
+
+    EXPECT_EQ(1, client.Call(5, "").status);
+    EXPECT_EQ(2, client.Call(kGetUiCfgParameter, "").status);
+    EXPECT_EQ(2, client.Call(kGetUiCfgParameter, "\xff").status);
+    EXPECT_EQ(2, client.Call(kSetUiCfgParameter, UiGetRequest(7)).status);
+    EXPECT_EQ(2, client.Call(kSetUiCfgParameter, ProtoBytes().Number(1, 7).Text(2, "").bytes).status);
+
+    EXPECT_EQ(kVersionReply, client.Call(kGetUiVersion, "").payload);
+    EXPECT_EQ(kVersionReply, client.Call(kGetUiVersion, ProtoBytes().Text(15, "unknown field").bytes).payload);
+}
+
+// --- Start ---
+
+TEST(EcallUIAppImplOfTheService, TheServerIsTheFirstOfTheServiceStage) {
+    ServiceWorld world;
+    world.Start();
+    world.AwaitRest();
+
+    const std::string output = world.module.Service().Output();
+    EXPECT_THAT(output, HasSubstr("iecalluiapp_srvcThread binding url=xirtcp://50101\n"));
+    uint64_t after = 0;
+    for (const char* line : {"APP_AUDIO_CONFIG_NUMBER", "iecalluiapp_srvcThread binding url=xirtcp://50101",
+                             "XirCreateIEcallUIApp (protobuf) : OK", "GetUIStateFromSavedFile - Enter"}) {
+        after = world.module.journal.Await(IsWithinConsoleLine(line), after).seq + 1;
+    }
+    world.module.journal.Await(IsTraced("XirCreateIEcallUIApp (protobuf) : OK"));
+}
+
+TEST(EcallUIAppImplOfTheService, ATakenPortLeavesTheServiceWithoutItsServer) {
+    ServiceWorld world;
+    const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(kUiPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(0, bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    ASSERT_EQ(0, listen(taken, 1));
+
+    world.Start();
+
+    EXPECT_THAT(world.SystemLog(), Contains("XirCreateIEcallUIApp failed (result=-2)"));
+    EXPECT_TRUE(world.IsCrashReported());
+    close(taken);
+}
+
+TEST(EcallUIAppImplOfTheService, TheServerIsReachedFromThisMachineOnly) {
+    ImplWorld world;
+    world.StartAlone();
+
+    const std::string listeners = world.module.root.ReadFile("/proc/net/tcp").value_or("");
+
+    // 50101 is C3B5; an address shows with its bytes turned round.
+    EXPECT_THAT(listeners, HasSubstr(" 0100007F:C3B5 00000000:0000 0A "));
+    EXPECT_THAT(listeners, Not(HasSubstr(" 00000000:C3B5 ")));
+}
+
+// --- One at a time ---
+
+TEST(EcallUIAppImplOfTheService, AnotherClientWaitsForTheMicrophoneTest) {
+    ImplWorld world;
+    world.StartAlone();
+    LetScriptMeasure(world.module, "2", WaitFor("/tmp/go"));
+    RawClient tester(kUiPort);
+    RawClient other(kUiPort);
+    tester.Request(kRunAnalogMicTest, "");
+    world.module.journal.Await(world.IsScript(kMicScript, "begin"));
+
+    other.Request(kGetUiVersion, "");
+    other.Request(kGetUiCfgParameter, UiGetRequest(7));
+    // The test's answer is written before the other client's request is even looked at.
+    world.module.root.WriteFile("/tmp/go", "");
+
+    EXPECT_EQ(kVersionReply, other.Receive().payload);
+    EXPECT_EQ(UiGetReply({.number = 10}), other.Receive().payload);
+    EXPECT_EQ(MicReply(0, 2), tester.Receive().payload);
+    const std::vector<std::string> messages = world.TraceMessages();
+    const auto tested = std::find(messages.begin(), messages.end(), "Script run without error, Value = 2.000000");
+    const auto asked = std::find(messages.begin(), messages.end(), "pVersion =  0.1.0-r1, V0.22 ");
+    ASSERT_NE(messages.end(), tested);
+    EXPECT_LT(tested, asked);
+}
+
+TEST(EcallUIAppImplOfTheService, AMicrophoneTestThatNeverEndsHoldsNoCrashAndNoCall) {
+    ServiceWorld world;
+    world.module.SetScript(file::kMicrophoneTestScript, {.hangs = true});
+    world.Start();
+    world.AwaitRest();
+    RawClient client(kUiPort);
+    client.Request(kRunAnalogMicTest, "");
+    world.module.journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
+    const uint64_t mark = world.module.journal.Mark();
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    // The call's outputs follow, too: the audio script has ended and the speaker is on.
+    world.module.journal.Await({.kind = Kind::Script, .subject = kAudioScript, .text = "end 0"}, mark);
+    world.module.journal.Await(IsWritten(line::kRelay, "1"), mark);
+}
+
+// --- Two scripts at once ---
+
+namespace {
+
+/// By hand, so that nothing follows by itself.
+void StartCall(EcallPeer& peer) {
+    EcallState state = peer.State();
+    state.serviceState = ecall::kActiveManualCall + ecall::kAutomatic;
+    peer.SetState(state);
+}
+
+}  // namespace
+
+TEST(EcallUIAppImplOfTheService, ACallThatStartsDuringAMicrophoneTestWaitsForItsOwnScriptOnly) {
+    ServiceWorld world;
+    LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/go"));
+    world.Start();
+    world.AwaitRest();
+    Journal& journal = world.module.journal;
+    RawClient client(kUiPort);
+    client.Request(kRunAnalogMicTest, "");
+    journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
+    const uint64_t mark = journal.Mark();
+
+    EXPECT_TRUE(world.IsCrashReported());
+    const Entry relayIsOn = journal.Await(IsWritten(line::kRelay, "1"), mark);
+    EXPECT_EQ(1U, journal.Count(IsTraced("Child process exited with status 0"), mark));
+    world.module.root.WriteFile("/tmp/go", "");
+
+    EXPECT_EQ(MicReply(0, 12.5F), client.Receive().payload);
+    const Entry tested = journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "end 0"});
+    EXPECT_LT(relayIsOn.seq, tested.seq);
+}
+
+TEST(EcallUIAppImplOfTheService, ScriptsThatEndTheOtherWayRoundMayChangeTheirEndsButHoldNobody) {
+    ServiceWorld world;
+    LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/microphone"));
+    world.Start();
+    world.AwaitRest();
+    world.module.SetScript(file::kAudioScript, {.exitStatus = 3, .commands = WaitFor("/tmp/audio")});
+    Journal& journal = world.module.journal;
+    RawClient client(kUiPort);
+    client.Request(kRunAnalogMicTest, "");
+    journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
+    const uint64_t mark = journal.Mark();
+    StartCall(world.peer);
+    journal.Await({.kind = Kind::Script, .subject = kAudioScript, .text = "begin start"}, mark);
+
+    // Whoever takes this end, the other one's wait goes on until the audio script ends.
+    world.module.root.WriteFile("/tmp/microphone", "");
+    journal.Await(IsTraced("Child process exited with status 0"), mark);
+    world.module.root.WriteFile("/tmp/audio", "");
+
+    journal.Await(IsTraced("Child process exited with status 768"), mark);
+    journal.Await(IsWritten(line::kRelay, "1"), mark);
+    // The microphone test got its own end, or that of the audio script, which is a failure.
+    const std::string reply = client.Receive().payload;
+    EXPECT_TRUE(reply == MicReply(0, 12.5F) || reply == MicReply(kMicFailed, 0));
+    EXPECT_EQ(2U, journal.Count(IsTraced("Child process exited with status"), mark));
+    EXPECT_EQ(kVersionReply, client.Call(kGetUiVersion, "").payload);
+}
+
+// --- Clients without manners ---
+
+namespace {
+
+/// One visit of such a client, which is gone at its end.
+void Misbehave(int kind) {
+    const std::string request = FrameBytes({kGetUiVersion, kRequest, 0, 1, ""});
+    RawClient client(kUiPort);
+    switch (kind % 6) {
+        case 0:  // says nothing
+            break;
+        case 1:  // half a header
+            client.Send(request.substr(0, 5));
+            break;
+        case 2:  // a header whose payload never comes
+            client.Send(FrameBytes({kSetUiCfgParameter, kRequest, 0, 1, std::string(100000, 'x')}).substr(0, 5000));
+            break;
+        case 3:  // no frame
+            client.Send(std::string(64, '\xff'));
+            client.WaitForEnd();
+            break;
+        case 4:  // a reply where only requests may come
+            client.Send(FrameBytes({kGetUiVersion, kReply, 0, 1, ""}));
+            client.WaitForEnd();
+            break;
+        default:  // asks and does not wait for the answers
+            for (int i = 0; i < 50; ++i) {
+                client.Send(request);
+            }
+            break;
+    }
+}
+
+}  // namespace
+
+TEST(EcallUIAppImplOfTheService, HundredsOfClientsWithoutMannersLeaveNothingBehind) {
+    ServiceWorld world;
+    world.Start();
+    world.AwaitRest();
+    RawClient polite(kUiPort);
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    const auto visit = [&polite](int count) {
+        for (int i = 0; i < count; ++i) {
+            Misbehave(i);
+            if (i % 10 == 0) {
+                EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+            }
+        }
+        // The server has seen every end when it sees one that came after them.
+        EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    };
+    visit(60);  // what a server keeps for reuse it has by then
+    const ProcessUsage before = world.module.Service().Usage();
+
+    visit(300);
+
+    const ProcessUsage after = world.module.Service().Usage();
+    EXPECT_LE(after.descriptors, before.descriptors + 6);  // of the last visits, perhaps not seen yet
+    EXPECT_LT(after.residentBytes, before.residentBytes + size_t{4} * 1024 * 1024);
+    EXPECT_TRUE(world.IsCrashReported());
+}
+
+TEST(EcallUIAppImplOfTheService, ClientsThatStayAndNeverReadAreBounded) {
+    ServiceWorld world;
+    world.Start();
+    world.AwaitRest();
+    RawClient polite(kUiPort);
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    const ProcessUsage before = world.module.Service().Usage();
+
+    // As many as the server takes, and as many again; each has begun a frame of the longest kind.
+    std::list<RawClient> staying;
+    const std::string begun =
+        FrameBytes({kSetUiCfgParameter, kRequest, 0, 1, std::string(1 << 20, 'x')}).substr(0, 4096);
+    for (int i = 0; i < 63; ++i) {
+        staying.emplace_back(kUiPort).Send(begun);
+    }
+    for (int i = 0; i < 64; ++i) {
+        staying.emplace_back(kUiPort).WaitForEnd();
+    }
+
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    const ProcessUsage full = world.module.Service().Usage();
+    EXPECT_LE(full.descriptors, before.descriptors + 64);
+    EXPECT_LT(full.residentBytes, before.residentBytes + size_t{16} * 1024 * 1024);
+    EXPECT_TRUE(world.IsCrashReported());
+    staying.clear();
+    const auto served = [] { return RawClient(kUiPort).Call(kGetUiVersion, "").payload; };
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);  // the ends have been seen
+    EXPECT_EQ(kVersionReply, served());
+}
