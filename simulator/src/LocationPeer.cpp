@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "MessageBlank.h"
-#include "TrackPosition.h"
 
 namespace {
 
@@ -95,7 +94,7 @@ xir_common_rpc_interface LocationPeer::Interface() const {
 
 void LocationPeer::Begin() {
     if (journey) {
-        GoOn();
+        TellNext();
     }
 }
 
@@ -124,10 +123,11 @@ void LocationPeer::Send(const Position& position) {
 }
 
 /// Tells the position of this second of the track and waits for the next one.
-void LocationPeer::GoOn() {
-    Tell(TrackPosition(journey->track, journey->next, journey->stopped));
-    journey->next += std::chrono::seconds(1);
-    const auto onTimer = [](ProtobufCRPCDispatch*, void* data) { static_cast<LocationPeer*>(data)->GoOn(); };
+void LocationPeer::TellNext() {
+    Progress& next = journey->next;
+    Tell(TrackPosition(journey->track, next));
+    (next.stands ? next.stood : next.driven) += std::chrono::seconds(1);
+    const auto onTimer = [](ProtobufCRPCDispatch*, void* data) { static_cast<LocationPeer*>(data)->TellNext(); };
     journeyTimer = protobuf_c_rpc_dispatch_add_timer_millis(Dispatch(), static_cast<unsigned>(journey->period.count()),
                                                             onTimer, this);
 }
@@ -146,17 +146,25 @@ void LocationPeer::Drive(GpxTrack track, double pace) {
         EndJourney();
         journey = Journey{.track = std::move(track), .period = period};
         if (Dispatch() != nullptr) {
-            GoOn();
+            TellNext();
+        }
+    });
+}
+
+void LocationPeer::SetStanding(bool stands) {
+    RunOnThread([&] {
+        if (journey) {
+            journey->next.stands = stands;
         }
     });
 }
 
 void LocationPeer::Stand() {
-    RunOnThread([&] {
-        if (journey) {
-            journey->stopped = std::min<std::chrono::milliseconds>(journey->stopped, journey->next);
-        }
-    });
+    SetStanding(true);
+}
+
+void LocationPeer::DriveOn() {
+    SetStanding(false);
 }
 
 void LocationPeer::Park() {

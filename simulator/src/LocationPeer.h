@@ -14,6 +14,7 @@
 #include "GpxTrack.h"
 #include "Position.h"
 #include "RpcPeer.h"
+#include "TrackPosition.h"
 
 /// The methods of LocationProvider; the number is the index on the wire.
 enum class LocationMethod : unsigned {
@@ -58,8 +59,10 @@ class LocationPeer : public RpcPeerOf<LocationMethod> {
     /// clock goes (at most 1000). From the track's end on the vehicle stands there, and tells so. While the service is
     /// stopped the drive pauses.
     void Drive(GpxTrack track, double pace = 1);
-    /// The vehicle stands from now on where it is; its positions go on.
+    /// The vehicle stands from now on where it is, and its positions go on.
     void Stand();
+    /// It drives on.
+    void DriveOn();
     /// No position by itself any more.
     void Park();
 
@@ -77,12 +80,12 @@ class LocationPeer : public RpcPeerOf<LocationMethod> {
     struct Journey {
         GpxTrack track;
         std::chrono::milliseconds period;  ///< of the clock, for a second of the track
-        std::chrono::seconds next{0};      ///< of the track: told next
-        std::chrono::milliseconds stopped = std::chrono::milliseconds::max();  ///< of the track: stands from then on
+        Progress next{};                   ///< told next
     };
 
     void Tell(const Position& position);
-    void GoOn();
+    void TellNext();
+    void SetStanding(bool stands);
     void EndJourney();
 
     // Only the peer's thread touches these while it runs, and only its owner while it does not.

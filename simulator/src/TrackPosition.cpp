@@ -146,10 +146,9 @@ milliseconds TrackDuration(const GpxTrack& track) {
     return Since(track, track.points.back());
 }
 
-Position TrackPosition(const GpxTrack& track, milliseconds at, milliseconds stopped) {
-    const milliseconds driven = std::clamp(std::min(at, stopped), 0ms, TrackDuration(track));
-    Spot spot = FindSpot(track, driven);
-    spot.moving = spot.moving && at < stopped;
+Position TrackPosition(const GpxTrack& track, const Progress& progress) {
+    Spot spot = FindSpot(track, std::clamp(progress.driven, 0ms, TrackDuration(track)));
+    spot.moving = spot.moving && !progress.stands;
     const TrackPoint& point = track.points[spot.first];
     Position position;
     if (point.satellites) {
@@ -158,6 +157,6 @@ Position TrackPosition(const GpxTrack& track, milliseconds at, milliseconds stop
     SetPlace(position, track, spot);
     SetAccuracy(position, point);
     SetCourse(position, Heading(track, spot.first), Speed(track, spot));
-    SetTime(position, track.points.front().time + at);
+    SetTime(position, track.points.front().time + progress.driven + progress.stood);
     return position;
 }

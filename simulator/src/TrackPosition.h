@@ -10,12 +10,18 @@
 /// From the first point to the last.
 std::chrono::milliseconds TrackDuration(const GpxTrack& track);
 
-/// The position at that time after the track's first point, between its points along the great circle.
-///
-/// stopped: from then on the vehicle stands where it was, and time goes on; so it does at the track's last point. One
-/// that stands keeps the heading of its last move. Without a fix the values are those of the track all the same, as of
-/// a receiver that goes on by dead reckoning; only valid, valid2dFix, valid3dFix and the accuracies tell.
-Position TrackPosition(const GpxTrack& track, std::chrono::milliseconds at,
-                       std::chrono::milliseconds stopped = std::chrono::milliseconds::max());
+/// How far a vehicle has come.
+struct Progress {
+    std::chrono::milliseconds driven{
+        0};                              ///< along the track, from its first point; beyond its last one it stands there
+    std::chrono::milliseconds stood{0};  ///< time that it stood on the way, beside what the track itself stands
+    bool stands = false;                 ///< now
+};
+
+/// The position there: between the track's points along the great circle, at the time of the first one plus what was
+/// driven and stood. A vehicle that stands keeps the heading of its last move. Without a fix the values are those of
+/// the track all the same, as of a receiver that goes on by dead reckoning; only valid, valid2dFix, valid3dFix and the
+/// accuracies tell.
+Position TrackPosition(const GpxTrack& track, const Progress& progress);
 
 #endif

@@ -114,6 +114,12 @@ auto IsAfter(uint64_t second) {
     return HasSubstr(" receive_timestamp=" + std::to_string(static_cast<uint64_t>(begin) + 1000 * second) + " ");
 }
 
+Match IsNotified(std::string part) {
+    Match match = IsKind(Kind::RpcNotify);
+    match.contains = std::move(part);
+    return match;
+}
+
 /// What stands behind the name, up to the next blank.
 std::string Field(const std::string& fields, const std::string& name) {
     const size_t at = fields.find(name);
@@ -340,7 +346,7 @@ TEST_F(LocationPeerTest, ItDrivesAlongATrackSecondBySecondAndStandsAtItsEnd) {
     EXPECT_THAT(client.ReadLocation(), AllOf(HasSubstr(" longitude=0.003 "), HasSubstr(" speed=0 "), IsAfter(4)));
 }
 
-TEST_F(LocationPeerTest, AVehicleThatStandsTellsItsPlaceOnAndOn) {
+TEST_F(LocationPeerTest, AVehicleThatStandsTellsItsPlaceUntilItDrivesOn) {
     LocationClient client;
     client.Subscribe(kLocation);
     peer.Drive(Equator(1h), kFast);
@@ -354,6 +360,8 @@ TEST_F(LocationPeerTest, AVehicleThatStandsTellsItsPlaceOnAndOn) {
     } while (standing.find(" speed=0 ") == std::string::npos && !HasFailure());
     EXPECT_EQ(Field(standing, " longitude="), Field(client.ReadLocation(), " longitude="));
     EXPECT_THAT(client.ReadLocation(), HasSubstr(" heading=90 "));
+    peer.DriveOn();
+    journal.Await(IsNotified(" speed=111.1"), journal.Mark());
 }
 
 TEST_F(LocationPeerTest, AParkedVehicleTellsNothing) {

@@ -25,7 +25,7 @@ GpxTrack Bend() {
 }
 
 TEST(TrackPosition, HalfwayBetweenTwoPointsItIsHalfway) {
-    const Position position = TrackPosition(Bend(), 500s);
+    const Position position = TrackPosition(Bend(), {.driven = 500s});
 
     EXPECT_NEAR(0, position.latitude, 1e-9);
     EXPECT_NEAR(10.5, position.longitude, 1e-9);
@@ -35,7 +35,7 @@ TEST(TrackPosition, HalfwayBetweenTwoPointsItIsHalfway) {
 }
 
 TEST(TrackPosition, AtAPointTheNextLegHasBegun) {
-    const Position position = TrackPosition(Bend(), 1100s);
+    const Position position = TrackPosition(Bend(), {.driven = 1100s});
 
     EXPECT_EQ(0, position.latitude);
     EXPECT_EQ(11, position.longitude);
@@ -45,7 +45,7 @@ TEST(TrackPosition, AtAPointTheNextLegHasBegun) {
 }
 
 TEST(TrackPosition, StandingStillKeepsTheLastHeading) {
-    const Position position = TrackPosition(Bend(), 1050s);
+    const Position position = TrackPosition(Bend(), {.driven = 1050s});
 
     EXPECT_EQ(11, position.longitude);
     EXPECT_EQ(90, position.heading);
@@ -56,20 +56,20 @@ TEST(TrackPosition, StandingStillKeepsTheLastHeading) {
 TEST(TrackPosition, AMoveOfAHandsBreadthIsNone) {
     const GpxTrack track{.points = {At(0s, {0, 0}), At(1s, {0, 0.001}), At(2s, {0.0000005, 0.001})}};
 
-    EXPECT_EQ(90, TrackPosition(track, 1s).heading);
-    EXPECT_EQ(0, TrackPosition(track, 1s).speed);
+    EXPECT_EQ(90, TrackPosition(track, {.driven = 1s}).heading);
+    EXPECT_EQ(0, TrackPosition(track, {.driven = 1s}).speed);
 }
 
 TEST(TrackPosition, BeforeTheFirstMoveItLooksNorth) {
     const GpxTrack track{.points = {At(0s, {0, 0}), At(1s, {0, 0}), At(2s, {0, 1})}};
 
-    EXPECT_EQ(0, TrackPosition(track, 0s).heading);
-    EXPECT_EQ(90, TrackPosition(track, 1s).heading);
+    EXPECT_EQ(0, TrackPosition(track, {.driven = 0s}).heading);
+    EXPECT_EQ(90, TrackPosition(track, {.driven = 1s}).heading);
 }
 
 TEST(TrackPosition, AtTheEndOfTheTrackItStandsAndTimeGoesOn) {
-    const Position end = TrackPosition(Bend(), 2100s);
-    const Position later = TrackPosition(Bend(), 9999s);
+    const Position end = TrackPosition(Bend(), {.driven = 2100s});
+    const Position later = TrackPosition(Bend(), {.driven = 9999s});
 
     EXPECT_EQ(1, end.latitude);
     EXPECT_EQ(0, end.speed);
@@ -79,23 +79,24 @@ TEST(TrackPosition, AtTheEndOfTheTrackItStandsAndTimeGoesOn) {
     EXPECT_EQ(2100s, TrackDuration(Bend()));
 }
 
-TEST(TrackPosition, AVehicleThatStoppedStandsWhereItWas) {
-    const Position moving = TrackPosition(Bend(), 499s, 500s);
-    const Position stopped = TrackPosition(Bend(), 800s, 500s);
+TEST(TrackPosition, AVehicleThatStandsIsOvertakenByTimeOnly) {
+    const Position stands = TrackPosition(Bend(), {.driven = 500s, .stood = 300s, .stands = true});
+    const Position drivesOn = TrackPosition(Bend(), {.driven = 500s, .stood = 301s});
 
-    EXPECT_NEAR(10.499, moving.longitude, 1e-9);
-    EXPECT_GT(moving.speed, 100);
-    EXPECT_NEAR(10.5, stopped.longitude, 1e-9);
-    EXPECT_EQ(90, stopped.heading);
-    EXPECT_EQ(0, stopped.speed);
-    EXPECT_EQ(moving.timestamp + 301000, stopped.timestamp);
+    EXPECT_NEAR(10.5, stands.longitude, 1e-9);
+    EXPECT_EQ(90, stands.heading);
+    EXPECT_EQ(0, stands.speed);
+    EXPECT_EQ(TrackPosition(Bend(), {.driven = 800s}).timestamp, stands.timestamp);
+    EXPECT_EQ(stands.longitude, drivesOn.longitude);
+    EXPECT_GT(drivesOn.speed, 100);
+    EXPECT_EQ(stands.timestamp + 1000, drivesOn.timestamp);
 }
 
 TEST(TrackPosition, ATrackOfOnePointIsAPlaceToStand) {
     const GpxTrack track{.points = {At(0s, {48, 11})}};
 
     for (const seconds at : {0s, 7s}) {
-        const Position position = TrackPosition(track, at);
+        const Position position = TrackPosition(track, {.driven = at});
         EXPECT_EQ(48, position.latitude);
         EXPECT_EQ(11, position.longitude);
         EXPECT_EQ(0, position.speed);
@@ -108,16 +109,16 @@ TEST(TrackPosition, ATrackOfOnePointIsAPlaceToStand) {
 TEST(TrackPosition, OfTwoPointsWithOneTimeTheSecondCounts) {
     const GpxTrack track{.points = {At(0s, {0, 0}), At(5s, {0, 1}), At(5s, {0, 2}), At(6s, {0, 3})}};
 
-    EXPECT_EQ(2, TrackPosition(track, 5s).longitude);
-    EXPECT_NEAR(kDegree, TrackPosition(track, 5s).speed, 1);
+    EXPECT_EQ(2, TrackPosition(track, {.driven = 5s}).longitude);
+    EXPECT_NEAR(kDegree, TrackPosition(track, {.driven = 5s}).speed, 1);
 }
 
 TEST(TrackPosition, TheAntimeridianIsCrossedTheShortWay) {
     const GpxTrack track{.points = {At(0s, {0, 179.5}), At(100s, {0, -179.5})}};
 
-    EXPECT_NEAR(-179.9, TrackPosition(track, 60s).longitude, 1e-9);
-    EXPECT_NEAR(kDegree / 100, TrackPosition(track, 60s).speed, 0.01);
-    EXPECT_EQ(90, TrackPosition(track, 60s).heading);
+    EXPECT_NEAR(-179.9, TrackPosition(track, {.driven = 60s}).longitude, 1e-9);
+    EXPECT_NEAR(kDegree / 100, TrackPosition(track, {.driven = 60s}).speed, 0.01);
+    EXPECT_EQ(90, TrackPosition(track, {.driven = 60s}).heading);
 }
 
 TEST(TrackPosition, WhatTheFirstPointOfALegSaysOfTheReceptionHoldsAlongIt) {
@@ -129,12 +130,12 @@ TEST(TrackPosition, WhatTheFirstPointOfALegSaysOfTheReceptionHoldsAlongIt) {
     };
     for (const Row& row : {Row{1s, true, true, true}, Row{2s, false, false, false}, Row{3s, false, false, false},
                            Row{5s, true, true, false}, Row{6s, true, true, true}}) {
-        const Position position = TrackPosition(track, row.at);
+        const Position position = TrackPosition(track, {.driven = row.at});
         EXPECT_EQ(row.valid, position.valid) << row.at.count();
         EXPECT_EQ(row.valid2d, position.valid2dFix) << row.at.count();
         EXPECT_EQ(row.valid3d, position.valid3dFix) << row.at.count();
     }
-    EXPECT_NEAR(3, TrackPosition(track, 3s).longitude, 1e-9);
+    EXPECT_NEAR(3, TrackPosition(track, {.driven = 3s}).longitude, 1e-9);
 }
 
 TEST(TrackPosition, AccuraciesFollowFromTheDilution) {
@@ -143,7 +144,7 @@ TEST(TrackPosition, AccuraciesFollowFromTheDilution) {
     point.vdop = 3.0;
     const GpxTrack track{.points = {point, At(1000s, {0, 1})}};
 
-    const Position position = TrackPosition(track, 0s);
+    const Position position = TrackPosition(track, {.driven = 0s});
 
     EXPECT_NEAR(7.959, position.horizontalAccuracy, 1e-3);
     EXPECT_NEAR(11.939, position.verticalAccuracy, 1e-3);
@@ -159,7 +160,7 @@ TEST(TrackPosition, AccuraciesFollowFromTheDilution) {
 
 TEST(TrackPosition, WithoutADilutionTheFixTells) {
     const auto accuracy = [](Fix fix) {
-        const Position position = TrackPosition({.points = {At(0s, {0, 0}, fix)}}, 0s);
+        const Position position = TrackPosition({.points = {At(0s, {0, 0}, fix)}}, {.driven = 0s});
         return std::pair(std::lround(position.horizontalAccuracy), std::lround(position.verticalAccuracy));
     };
 
@@ -173,16 +174,16 @@ TEST(TrackPosition, AltitudesDifferByTheHeightOfTheGeoid) {
     TrackPoint high = At(10s, {0, 1});
     low.elevation = 500;
     high.elevation = 600;
-    EXPECT_FLOAT_EQ(550, TrackPosition({.points = {low, high}}, 5s).altitudeMsl);
-    EXPECT_DOUBLE_EQ(597, TrackPosition({.points = {low, high}}, 5s).altitude);
+    EXPECT_FLOAT_EQ(550, TrackPosition({.points = {low, high}}, {.driven = 5s}).altitudeMsl);
+    EXPECT_DOUBLE_EQ(597, TrackPosition({.points = {low, high}}, {.driven = 5s}).altitude);
 
     low.geoidHeight = -20;
 
-    EXPECT_DOUBLE_EQ(530, TrackPosition({.points = {low, high}}, 5s).altitude);
+    EXPECT_DOUBLE_EQ(530, TrackPosition({.points = {low, high}}, {.driven = 5s}).altitude);
 }
 
 TEST(TrackPosition, EarthCentredCoordinatesAreThoseOfThePlaceAndItsAltitude) {
-    const Position position = TrackPosition({.points = {At(0s, {0, 0})}}, 0s);
+    const Position position = TrackPosition({.points = {At(0s, {0, 0})}}, {.driven = 0s});
 
     EXPECT_FLOAT_EQ(6378184.0F, position.ecefX);
     EXPECT_FLOAT_EQ(0, position.ecefY);
@@ -194,7 +195,7 @@ TEST(TrackPosition, GpsTimeIsAheadOfUtc) {
     rollover.time = sys_days(year(2019) / April / 6) + 23h + 59min + 42s;
     const GpxTrack track{.points = {rollover}};
 
-    const Position position = TrackPosition(track, 1500ms);
+    const Position position = TrackPosition(track, {.driven = 1500ms});
 
     EXPECT_EQ(2048U, position.weekNumber);
     EXPECT_DOUBLE_EQ(1.5, position.timeOfWeek);
@@ -202,23 +203,23 @@ TEST(TrackPosition, GpsTimeIsAheadOfUtc) {
     EXPECT_EQ(1554595183500U, position.timestamp);
     EXPECT_EQ(position.timestamp, position.receiveTimestamp);
     EXPECT_EQ(position.timestamp, position.localTimestamp);
-    EXPECT_EQ(2047U, TrackPosition(track, -1ms).weekNumber);
-    EXPECT_DOUBLE_EQ(604799.999, TrackPosition(track, -1ms).timeOfWeek);
+    EXPECT_EQ(2047U, TrackPosition(track, {.driven = -1ms}).weekNumber);
+    EXPECT_DOUBLE_EQ(604799.999, TrackPosition(track, {.driven = -1ms}).timeOfWeek);
 }
 
 TEST(TrackPosition, SatellitesAreTheExtraInformation) {
     TrackPoint point = At(0s, {0, 0});
-    EXPECT_EQ("", TrackPosition({.points = {point}}, 0s).extraInfo);
+    EXPECT_EQ("", TrackPosition({.points = {point}}, {.driven = 0s}).extraInfo);
 
     point.satellites = 9;
 
-    EXPECT_EQ("sat=9", TrackPosition({.points = {point}}, 0s).extraInfo);
+    EXPECT_EQ("sat=9", TrackPosition({.points = {point}}, {.driven = 0s}).extraInfo);
 }
 
 TEST(TrackPosition, AHeadingThatRoundsUpToTheFullCircleIsNorth) {
     const GpxTrack track{.points = {At(0s, {0, 0}), At(1s, {1, -1e-9})}};
 
-    EXPECT_EQ(0, TrackPosition(track, 0s).heading);
+    EXPECT_EQ(0, TrackPosition(track, {.driven = 0s}).heading);
 }
 
 }  // namespace
