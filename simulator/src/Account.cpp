@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string_view>
@@ -13,6 +14,8 @@ namespace {
 
 /// The service switches the output off while it programs a pattern; what lasts longer than this is meant.
 constexpr std::chrono::milliseconds kReprogramming{100};
+
+constexpr double kKilometresPerHour = 3.6;  ///< of a metre per second
 
 constexpr std::string_view kLedDevice = "/sys/devices/vantu_pwm_led.";
 constexpr std::string_view kLineClass = "/sys/class/ecall_gpio/";
@@ -39,9 +42,9 @@ struct WhoRow {
     const char* name;
 };
 constexpr WhoRow kWhos[] = {
-    {Who::Story, "story"},   {Who::Unit, "unit"},   {Who::Kernel, "kernel"},   {Who::Led, "led"},
-    {Who::Line, "line"},     {Who::Relay, "relay"}, {Who::Antenna, "antenna"}, {Who::Rpc, "rpc"},
-    {Who::Script, "script"}, {Who::Trace, "trace"},
+    {Who::Story, "story"},       {Who::Unit, "unit"},     {Who::Kernel, "kernel"},   {Who::Led, "led"},
+    {Who::Line, "line"},         {Who::Relay, "relay"},   {Who::Antenna, "antenna"}, {Who::Rpc, "rpc"},
+    {Who::Location, "location"}, {Who::Script, "script"}, {Who::Trace, "trace"},
 };
 
 /// Lines that say more than their level.
@@ -115,12 +118,49 @@ std::string WithoutUnhandled(const std::string& fields) {
     return kept;
 }
 
+std::string Decimals(const char* format, double value) {
+    std::array<char, 400> text{};  // the longest number of a wire without an exponent has some 310 digits
+    std::snprintf(text.data(), text.size(), format, value);
+    return text.data();
+}
+
+double Number(const std::string& fields, std::string_view name) {
+    return std::strtod(Field(fields, name).c_str(), nullptr);
+}
+
+/// Of the location service's record, or of that which the eCall service gets.
+std::string PositionOf(const std::string& fields) {
+    const bool isForwarded = !Field(fields, "isValid").empty();
+    return PositionText({.latitude = Number(fields, "latitude"),
+                         .longitude = Number(fields, "longitude"),
+                         .speed = Number(fields, "speed"),
+                         .heading = Number(fields, isForwarded ? "course" : "heading"),
+                         .valid = Field(fields, isForwarded ? "isValid" : "valid_flag") == "1",
+                         .valid3dFix = isForwarded || Field(fields, "valid_3d_fix") == "1"});
+}
+
+bool HoldsPosition(const std::string& fields) {
+    return fields.find("latitude=") != std::string::npos;
+}
+
 std::string Message(const char* arrow, const Entry& entry) {
     const std::string head = std::string(arrow) + " " + entry.subject;
+    if (HoldsPosition(entry.text)) {
+        return head + " " + PositionOf(entry.text);
+    }
     if (entry.text.find("serviceState=") != std::string::npos) {
         return head + " " + ShortState(entry.text);
     }
     return head + WithoutUnhandled(entry.text);
+}
+
+/// What a notification says goes without its name, where it shows what it is.
+std::string Notification(const Entry& entry) {
+    if (HoldsPosition(entry.text)) {
+        return "<= " + PositionOf(entry.text);
+    }
+    return entry.text.find("serviceState=") == std::string::npos ? Message("<=", entry)
+                                                                 : "<= " + ShortState(entry.text);
 }
 
 /// "change@/devices/vantu_pwm.0 EVENT=NORMAL": the strings between are the same in every event.
@@ -148,6 +188,18 @@ AccountLine Line(const Entry& entry, Who who, std::string text) {
     return {.time = entry.time, .who = who, .text = std::move(text)};
 }
 
+AccountLine RpcLine(const Entry& entry, std::string text) {
+    return Line(entry, entry.peer == "LocationProvider" ? Who::Location : Who::Rpc, std::move(text));
+}
+
+/// Positions come every second; that one was taken goes without saying.
+std::optional<AccountLine> TellReply(const Entry& entry) {
+    if (entry.subject == "updateGnssLocation" && entry.text == "responsecode=0") {
+        return std::nullopt;
+    }
+    return RpcLine(entry, Message("<-", entry));
+}
+
 }  // namespace
 
 const char* WhoName(Who who) {
@@ -165,6 +217,17 @@ std::string LedText(const LedDevice& led) {
     }
     return first + " / " + std::to_string(Percent(led.duty2, led.period2)) + " %, every " +
            std::to_string(led.toggleMs) + " ms";
+}
+
+std::string PositionText(const PositionWords& position) {
+    const std::string text =
+        Decimals("position %.4f", std::abs(position.latitude)) + (std::signbit(position.latitude) ? " S" : " N") +
+        Decimals(" %.4f", std::abs(position.longitude)) + (std::signbit(position.longitude) ? " W" : " E") +
+        Decimals(", %.0f km/h", position.speed * kKilometresPerHour) + Decimals(", heading %.0f°", position.heading);
+    if (!position.valid) {
+        return text + ", not valid";
+    }
+    return position.valid3dFix ? text : text + ", 2D";
 }
 
 std::optional<AccountLine> Account::TellLed(const Entry& entry, const std::string& attribute) {
@@ -236,13 +299,13 @@ std::optional<AccountLine> Account::TellAny(const Entry& entry) {
         case Kind::Process:
             return Line(entry, Who::Unit, entry.subject + " " + entry.text);
         case Kind::RpcConnect:
-            return Line(entry, Who::Rpc, "client " + entry.text);
+            return RpcLine(entry, "client " + entry.text);
         case Kind::RpcRequest:
-            return Line(entry, Who::Rpc, Message("->", entry));
+            return RpcLine(entry, Message("->", entry));
         case Kind::RpcReply:
-            return Line(entry, Who::Rpc, Message("<-", entry));
+            return TellReply(entry);
         case Kind::RpcNotify:
-            return Line(entry, Who::Rpc, "<= " + ShortState(entry.text));
+            return RpcLine(entry, Notification(entry));
         case Kind::Note:
             return Line(entry, Who::Story, entry.text);
         case Kind::Open:  // each line is opened anew for each use; the use itself is what counts

@@ -15,7 +15,7 @@
 #include "Journal.h"
 
 /// Whose doing a line of the account is.
-enum class Who { Story, Unit, Kernel, Led, Line, Relay, Antenna, Rpc, Script, Trace };
+enum class Who { Story, Unit, Kernel, Led, Line, Relay, Antenna, Rpc, Location, Script, Trace };
 
 /// "led" and so on, at most 8 characters.
 const char* WhoName(Who who);
@@ -36,6 +36,19 @@ struct LedDevice {
 
 /// "25 %, steady", "90 % / 0 %, every 1000 ms" or "dark".
 std::string LedText(const LedDevice& led);
+
+/// A position as people read it.
+struct PositionWords {
+    double latitude = 0;  ///< this and the next in degrees
+    double longitude = 0;
+    double speed = 0;  ///< metres per second
+    double heading = 0;
+    bool valid = true;
+    bool valid3dFix = true;
+};
+
+/// "position 48.1234 N 11.5678 E, 52 km/h, heading 87°", with ", 2D" or ", not valid" behind it where that is so.
+std::string PositionText(const PositionWords& position);
 
 class Account {
   public:

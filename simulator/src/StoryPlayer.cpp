@@ -37,6 +37,7 @@ const char* Colour(Who who) {
         case Who::Line:
             return "\033[35m";
         case Who::Rpc:
+        case Who::Location:
             return "\033[36m";
         case Who::Kernel:
         case Who::Script:

@@ -15,9 +15,11 @@ struct Teller {
     Account account;
     std::chrono::nanoseconds now{0};
 
-    std::vector<std::string> Tell(Kind kind, const std::string& subject, const std::string& text, int64_t result = 0) {
+    std::vector<std::string> Tell(Kind kind, const std::string& subject, const std::string& text, int64_t result = 0,
+                                  const std::string& peer = "") {
         now += 1ms;
         Entry entry;
+        entry.peer = peer;
         entry.time = now;
         entry.kind = kind;
         entry.subject = subject;
@@ -28,6 +30,10 @@ struct Teller {
 
     std::vector<std::string> Write(const std::string& path, const std::string& text) {
         return Tell(Kind::Write, path, text, static_cast<int64_t>(text.size()));
+    }
+
+    std::vector<std::string> TellLocation(Kind kind, const std::string& subject, const std::string& text) {
+        return Tell(kind, subject, text, 0, "LocationProvider");
     }
 
     static std::vector<std::string> Texts(const std::vector<AccountLine>& lines) {
@@ -208,6 +214,59 @@ TEST(Account, OnlyChangesOfALineAreTold) {
     EXPECT_THAT(teller.Write("/sys/class/ecall_gpio/amp-nstby/value", "1"), ElementsAre("line: amp-nstby 1"));
     EXPECT_THAT(teller.Write(nlock, "0"), ElementsAre("line: ECALL_nLOCK 0"));
     EXPECT_THAT(teller.Write(nlock, "1"), ElementsAre("line: ECALL_nLOCK 1"));
+}
+
+/// As the location service notifies it.
+std::string Location(const std::string& heading, const std::string& place, const std::string& validity) {
+    return "extra_info=\"sat=9\" heading=" + heading + " heading_accuracy=1 heading_mag=80 altitude=566.4 " + place +
+           " altitude_msl=519.6 " + validity;
+}
+
+TEST(Account, APositionIsToldInTheWordsOfAPerson) {
+    Teller teller;
+
+    EXPECT_THAT(teller.TellLocation(Kind::RpcNotify, "notifyTheCurrentLocation",
+                                    Location("86.96", "longitude=11.56781 latitude=48.12344",
+                                             "valid_2d_fix=1 valid_3d_fix=1 speed=14.4 valid_flag=1")),
+                ElementsAre("location: <= position 48.1234 N 11.5678 E, 52 km/h, heading 87°"));
+    EXPECT_THAT(teller.TellLocation(Kind::RpcNotify, "notifyTheCurrentLocation",
+                                    Location("0", "longitude=-70.5 latitude=-33.25",
+                                             "valid_2d_fix=1 valid_3d_fix=0 speed=0 valid_flag=1")),
+                ElementsAre("location: <= position 33.2500 S 70.5000 W, 0 km/h, heading 0°, 2D"));
+    EXPECT_THAT(teller.TellLocation(Kind::RpcNotify, "notifyTheCurrentLocation",
+                                    Location("nan", "longitude=inf latitude=91",
+                                             "valid_2d_fix=0 valid_3d_fix=0 speed=1e+300 valid_flag=0")),
+                ElementsAre(testing::AllOf(testing::StartsWith("location: <= position 91.0000 N inf E, 3600000"),
+                                           testing::EndsWith(" km/h, heading nan°, not valid"))));
+}
+
+TEST(Account, AForwardedPositionIsToldLikewiseAndThatItWasTakenIsNot) {
+    Teller teller;
+    const std::string fields =
+        "utcTime=1777882500 latitude=48.12344 longitude=11.56781 altitude=566.4 "
+        "horizontalAccuracy=3.6 course=86.96 courseAccuracy=1 speed=14.4 speedAccuracy=0.1";
+
+    EXPECT_THAT(teller.Tell(Kind::RpcRequest, "updateGnssLocation", "isValid=1 " + fields),
+                ElementsAre("rpc: -> updateGnssLocation position 48.1234 N 11.5678 E, 52 km/h, heading 87°"));
+    EXPECT_THAT(
+        teller.Tell(Kind::RpcRequest, "updateGnssLocation", "isValid=0 " + fields),
+        ElementsAre("rpc: -> updateGnssLocation position 48.1234 N 11.5678 E, 52 km/h, heading 87°, not valid"));
+    EXPECT_THAT(teller.Tell(Kind::RpcReply, "updateGnssLocation", "responsecode=0"), IsEmpty());
+    EXPECT_THAT(teller.Tell(Kind::RpcReply, "updateGnssLocation", "responsecode=1"),
+                ElementsAre("rpc: <- updateGnssLocation responsecode=1"));
+}
+
+TEST(Account, TheLocationServicesWireIsToldAsItsOwn) {
+    Teller teller;
+
+    EXPECT_THAT(teller.TellLocation(Kind::RpcConnect, "127.0.0.1:40000", "connected"),
+                ElementsAre("location: client connected"));
+    EXPECT_THAT(teller.TellLocation(Kind::RpcRequest, "subscribe", "messageid=3"),
+                ElementsAre("location: -> subscribe messageid=3"));
+    EXPECT_THAT(teller.TellLocation(Kind::RpcReply, "subscribe", "responsecode=0"),
+                ElementsAre("location: <- subscribe responsecode=0"));
+    EXPECT_THAT(teller.TellLocation(Kind::RpcNotify, "notifyTheCurrentProviderState", "status=UPDATE(7)"),
+                ElementsAre("location: <= notifyTheCurrentProviderState status=UPDATE(7)"));
 }
 
 }  // namespace
