@@ -188,6 +188,10 @@ AccountLine Line(const Entry& entry, Who who, std::string text) {
     return {.time = entry.time, .who = who, .text = std::move(text)};
 }
 
+bool IsRpc(Who who) {
+    return who == Who::Rpc || who == Who::Location;
+}
+
 AccountLine RpcLine(const Entry& entry, std::string text) {
     return Line(entry, entry.peer == "LocationProvider" ? Who::Location : Who::Rpc, std::move(text));
 }
@@ -328,8 +332,13 @@ std::vector<AccountLine> Account::Tell(const Entry& entry) {
     return lines;
 }
 
-/// Lines of hardware are set again and again to what they are; only changes are told.
+/// Lines of hardware are set again and again to what they are, and positions of a vehicle that stands are all the same;
+/// only changes are told.
 bool Account::IsNews(const AccountLine& line) {
+    if (const size_t at = line.text.find("position "); at != std::string::npos && IsRpc(line.who)) {
+        std::string& last = shown[line.text.substr(0, at)];
+        return std::exchange(last, line.text) != line.text;
+    }
     if (line.who != Who::Led && line.who != Who::Line && line.who != Who::Relay) {
         return true;
     }

@@ -66,8 +66,8 @@ class Account {
 
     LedDevice led;
     std::optional<std::chrono::nanoseconds> darkSince;  ///< switched off, which may be the start of a reprogramming
-    /// Last told of the LED and of each line, by its first word. The relay is off at rest: the switch-off of a unit
-    /// that has just started is no news.
+    /// Last told of the LED, of each line by its first word, and of positions by what stands before them. The relay is
+    /// off at rest: the switch-off of a unit that has just started is no news.
     std::map<std::string, std::string> shown{{"audio", "audio relay off"}};
     std::string antennaLine;  ///< name last written to the line selector
 };

@@ -21,13 +21,15 @@ namespace {
 enum ExitStatus { kPassed = 0, kFailed = 1, kMisused = 2 };
 
 constexpr const char* kUsage =
-    "ecall-sim play NAME [--service PATH] [--verbose]  plays a story on a virtual module; exit status 0 if all came "
+    "ecall-sim play NAME [--service PATH] [--track FILE] [--verbose]\n"
+    "                                                  plays a story on a virtual module; exit status 0 if all came "
     "true\n"
     "ecall-sim shell [--service PATH]                  a shell inside a module on which the service runs\n"
     "ecall-sim --list                                  the stories\n"
     "ecall-sim --help                                  this text\n"
     "\n"
     "--service PATH  the service's program; otherwise the one built beside this program\n"
+    "--track FILE    a GPX file that the vehicle drives along; otherwise the one of the story\n"
     "--verbose       shows every entry of the journal too\n"
     "NO_COLOR set in the environment, or output that is no terminal: no colours.\n";
 
@@ -35,6 +37,7 @@ struct CommandLine {
     std::string command;
     std::string story;
     std::string service;  ///< empty: as built
+    std::string track{};  ///< empty: the story's own
     bool verbose = false;
 };
 
@@ -58,6 +61,14 @@ std::string UnknownStory(const std::string& name) {
     return text;
 }
 
+std::string NoUseOfTrack() {
+    std::string text = "--track is of use only to play a story that drives:";
+    for (const Story& story : Stories()) {
+        text += story.track.empty() ? "" : " " + story.name;
+    }
+    return text;
+}
+
 bool IsColourWanted() {
     const char* refused = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
@@ -73,7 +84,7 @@ EcallService HumanService() {
     return service;
 }
 
-int Play(const Story& story, bool verbose) {
+int Play(const Story& story, const GpxTrack& track, bool verbose) {
     bool passed = false;
     SetComplaintHandler([&](const std::string& complaint) {
         if (passed) {
@@ -84,7 +95,8 @@ int Play(const Story& story, bool verbose) {
     {
         Module module;
         EcallPeer peer(module.journal, HumanService());
-        StoryWorld world{.module = module, .peer = peer};
+        LocationPeer locations(module.journal);
+        StoryWorld world{.module = module, .peer = peer, .locations = locations, .track = track};
         passed = PlayStory(story, world, module.journal, {.colour = IsColourWanted(), .verbose = verbose},
                            [](const std::string& line) {
                                std::puts(line.c_str());
@@ -122,7 +134,8 @@ int RunShell(const Module& module) {
 int Shell() {
     Module module;
     EcallPeer peer(module.journal, HumanService());
-    StoryWorld world{.module = module, .peer = peer};
+    LocationPeer locations(module.journal);
+    StoryWorld world{.module = module, .peer = peer, .locations = locations};
     Stories().front().scenes.front().act(world);
     std::printf("Inside the module; the service runs. Its trace: tail -f %s\n", file::kTrace);
     std::fflush(stdout);
@@ -131,9 +144,17 @@ int Shell() {
     return status;
 }
 
-int Run(const CommandLine& line) {
+/// Before the namespaces are made: the module's mounts may hide the file.
+GpxTrack LoadTrack(const CommandLine& line) {
+    if (!line.track.empty()) {
+        return GpxLoad(line.track);
+    }
+    return line.command == "play" ? StoryTrack(*FindStory(line.story)) : GpxTrack{};
+}
+
+int Run(const CommandLine& line, const GpxTrack& track) {
     try {
-        return line.command == "shell" ? Shell() : Play(*FindStory(line.story), line.verbose);
+        return line.command == "shell" ? Shell() : Play(*FindStory(line.story), track, line.verbose);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "ecall-sim: %s\n", failure.what());
         return kFailed;
@@ -148,6 +169,8 @@ std::string ReadOptions(std::span<char*> words, CommandLine& line) {
             line.verbose = true;
         } else if (word == "--service" && at + 1 < words.size()) {
             line.service = words[++at];
+        } else if (word == "--track" && at + 1 < words.size()) {
+            line.track = words[++at];
         } else if (line.command == "play" && line.story.empty() && !word.starts_with("-")) {
             line.story = word;
         } else {
@@ -181,8 +204,17 @@ int main(int argc, char** argv) {
     if (line.command == "play" && FindStory(line.story) == nullptr) {
         return Misused(line.story.empty() ? "play what? NAME is missing" : UnknownStory(line.story));
     }
+    if (!line.track.empty() && (line.command != "play" || FindStory(line.story)->track.empty())) {
+        return Misused(NoUseOfTrack());
+    }
     if (!line.service.empty()) {
         setenv("ECALLUI_SERVICE", line.service.c_str(), 1);
     }
-    RunInModuleNamespaces([&line] { return Run(line); });
+    try {
+        const GpxTrack track = LoadTrack(line);
+        RunInModuleNamespaces([&] { return Run(line, track); });
+    } catch (const GpxError& error) {
+        std::fprintf(stderr, "ecall-sim: %s\n", error.what());
+        return kMisused;
+    }
 }

@@ -12,6 +12,7 @@
 #include "Account.h"
 #include "EcallPeer.h"
 #include "Journal.h"
+#include "LocationPeer.h"
 
 class Module;
 
@@ -19,6 +20,8 @@ class Module;
 struct StoryWorld {
     Module& module;
     EcallPeer& peer;
+    LocationPeer& locations;
+    GpxTrack track{};  ///< that the vehicle drives along; without points in a story that drives nowhere
 };
 
 /// A line that holds this text.
@@ -39,12 +42,15 @@ struct Story {
     std::string name;
     std::string about;
     std::vector<Scene> scenes;
+    std::string track = "";  ///< file name of the shipped track that it drives along; empty: it drives nowhere
 };
 
 /// Every story, in the order in which --list shows them.
 const std::vector<Story>& Stories();
 /// Null when there is none of that name.
 const Story* FindStory(std::string_view name);
+/// The shipped track that the story drives along; without points when it drives nowhere. Throws GpxError.
+GpxTrack StoryTrack(const Story& story);
 
 /// Watches one scene: which expected lines have come, and whether a forbidden one has.
 class SceneJudge {

@@ -40,6 +40,10 @@ void AnsweringPointHangsUp(StoryWorld& world) {
     world.peer.Happen(EcallEvent::Disconnect);
 }
 
+void AskForSelfTest(StoryWorld& world) {
+    world.peer.RequestSelfTest();
+}
+
 Scene SwitchOnScene() {
     return {
         .tell = "The eCall service is idle, the airbag sensor sends 10 Hz. The unit is switched on.",

@@ -3,6 +3,7 @@
 #define STORY_PARTS_H
 
 #include <string>
+#include <vector>
 
 #include "Story.h"
 
@@ -17,6 +18,7 @@ void SensorAt1kHz(StoryWorld& world);
 void HoldButton(StoryWorld& world);
 void ReleaseButton(StoryWorld& world);
 void AnsweringPointHangsUp(StoryWorld& world);
+void AskForSelfTest(StoryWorld& world);
 
 // What the unit shows.
 
@@ -41,5 +43,9 @@ Scene CallScene(std::string tell, void (*act)(StoryWorld&), bool automatic);
 Scene CrashScene();
 /// The call ends, and the unit is idle again.
 Scene HangUpScene();
+
+// Stories with a file of their own, to be listed behind those of calls and devices.
+
+std::vector<Story> PositionStories();
 
 #endif

@@ -54,10 +54,6 @@ void DropDtr(StoryWorld& world) {
     world.module.DtrBecomes(false);
 }
 
-void AskForSelfTest(StoryWorld& world) {
-    world.peer.RequestSelfTest();
-}
-
 void EcallServiceDies(StoryWorld& world) {
     world.peer.Stop();
 }
@@ -235,7 +231,12 @@ Story Dtr() {
 }  // namespace
 
 const std::vector<Story>& Stories() {
-    static const std::vector<Story> stories{Crash(),    Sos(),         LongPress(), Bounce(),
-                                            SelfTest(), PeerRestart(), LostIrq(),   Dtr()};
+    static const std::vector<Story> stories = [] {
+        std::vector<Story> all{Crash(), Sos(), LongPress(), Bounce(), SelfTest(), PeerRestart(), LostIrq(), Dtr()};
+        for (const auto& more : {PositionStories()}) {
+            all.insert(all.end(), more.begin(), more.end());
+        }
+        return all;
+    }();
     return stories;
 }

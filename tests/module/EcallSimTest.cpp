@@ -138,7 +138,7 @@ TEST(EcallSim, ListsEveryStoryInOneLine) {
         names.push_back(line.substr(0, line.find(' ')));
     }
     EXPECT_THAT(names, testing::ElementsAre("crash", "sos", "long-press", "bounce", "selftest", "peer-restart",
-                                            "lost-irq", "dtr"));
+                                            "lost-irq", "dtr", "drive", "tunnel"));
 }
 
 TEST(EcallSim, HelpsOnStandardOutput) {
@@ -146,7 +146,7 @@ TEST(EcallSim, HelpsOnStandardOutput) {
 
     EXPECT_EQ(0, simulator.End());
 
-    EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim play NAME [--service PATH] [--verbose]"));
+    EXPECT_THAT(simulator.Text(), StartsWith("ecall-sim play NAME [--service PATH] [--track FILE] [--verbose]"));
 }
 
 TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
@@ -156,12 +156,17 @@ TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
 
     EXPECT_THAT(simulator.Text(),
                 StartsWith("ecall-sim: no story is called \"crush\"; there are: crash sos long-press bounce "
-                           "selftest peer-restart lost-irq dtr\n"));
+                           "selftest peer-restart lost-irq dtr drive tunnel\n"));
 }
 
 TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {
-    const std::vector<std::vector<std::string>> lines{
-        {}, {"dance"}, {"play"}, {"play", "crash", "--loud"}, {"play", "crash", "sos"}, {"play", "crash", "--service"}};
+    const std::vector<std::vector<std::string>> lines{{},
+                                                      {"dance"},
+                                                      {"play"},
+                                                      {"play", "crash", "--loud"},
+                                                      {"play", "crash", "sos"},
+                                                      {"play", "crash", "--service"},
+                                                      {"play", "drive", "--track"}};
     for (const auto& line : lines) {
         Simulator simulator(Output::Pipe, line);
 
@@ -187,6 +192,48 @@ TEST(EcallSim, AServiceThatIsNotThereFails) {
     EXPECT_EQ(1, simulator.End());
 
     EXPECT_THAT(simulator.Text(), HasSubstr("/nowhere/service"));
+}
+
+TEST(EcallSim, ATrackForAStoryThatDrivesNowhereIsRefusedWithThoseThatDo) {
+    for (const std::vector<std::string>& line : {std::vector<std::string>{"play", "crash", "--track", "my.gpx"},
+                                                 std::vector<std::string>{"shell", "--track", "my.gpx"}}) {
+        Simulator simulator(Output::Pipe, line);
+
+        EXPECT_EQ(2, simulator.End());
+        EXPECT_THAT(simulator.Text(),
+                    StartsWith("ecall-sim: --track is of use only to play a story that drives: drive tunnel\n"));
+    }
+}
+
+TEST(EcallSim, ATrackThatIsNoneIsRefusedBeforeTheStoryBegins) {
+    const std::string path = testing::TempDir() + "EcallSimTest." + std::to_string(getpid()) + ".gpx";
+    std::ofstream(path) << "<gpx><trk><trkseg>\n<trkpt lat=\"91\" lon=\"0\"/></trkseg></trk></gpx>";
+    Simulator broken(Output::Pipe, {"play", "drive", "--track", path});
+    EXPECT_EQ(2, broken.End());
+    std::filesystem::remove(path);
+    Simulator missing(Output::Pipe, {"play", "drive", "--track", path});
+    EXPECT_EQ(2, missing.End());
+
+    EXPECT_EQ("ecall-sim: " + path + ", line 2: lat is \"91\"; it must lie from -90 to 90 degrees\n", broken.Text());
+    EXPECT_EQ("ecall-sim: " + path + ": cannot be read: No such file or directory; give the path of a GPX file\n",
+              missing.Text());
+}
+
+TEST(EcallSim, ATrackOfOnesOwnIsDriven) {
+    const std::string path = testing::TempDir() + "EcallSimTest." + std::to_string(getpid()) + ".gpx";
+    std::ofstream(path)
+        << "<gpx><trk><trkseg><trkpt lat=\"-33.25\" lon=\"-70.5\"><time>2026-05-04T12:00:00Z</time></trkpt>"
+           "<trkpt lat=\"-33.26\" lon=\"-70.5\"><time>2026-05-04T12:01:00Z</time></trkpt></trkseg></trk></gpx>";
+    Simulator simulator(Output::Pipe, {"play", "drive", "--track", path});
+
+    EXPECT_EQ(0, simulator.End());
+
+    std::filesystem::remove(path);
+    EXPECT_THAT(simulator.Text(),
+                HasSubstr("ok  location <= position 33.2500 S 70.5000 W, 67 km/h, heading 180°, 2D\n"));
+    EXPECT_THAT(
+        simulator.Text(),
+        ContainsRegex("before the crash: position 33.25[0-9]{2} S 70.5000 W, 67 km/h, heading 180°: on the track"));
 }
 
 TEST(EcallSim, AStoryThatIsTrueIsToldInAlignedRowsAndPasses) {

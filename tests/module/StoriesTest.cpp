@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "EcallPeer.h"
+#include "LocationPeer.h"
 #include "Module.h"
 #include "Story.h"
 
@@ -21,11 +22,13 @@ struct Stage {
                        service.timings.voice = kNoLimit;
                        return service;
                    }()};
+    LocationPeer locations{module.journal};
     std::string account;
 
     bool Play(const char* name) {
-        StoryWorld world{.module = module, .peer = peer};
-        return PlayStory(*FindStory(name), world, module.journal, {.limit = kSceneLimit},
+        const Story& story = *FindStory(name);
+        StoryWorld world{.module = module, .peer = peer, .locations = locations, .track = StoryTrack(story)};
+        return PlayStory(story, world, module.journal, {.limit = kSceneLimit},
                          [this](const std::string& line) { account += line + "\n"; });
     }
 };
@@ -109,6 +112,35 @@ TEST(Stories, ARecoveryThatFailsIsMissed) {
     EXPECT_FALSE(stage.Play("lost-irq"));
 
     EXPECT_THAT(stage.account, HasSubstr("IOCTL ERROR (1)"));
+}
+
+TEST(Stories, PositionsThatAreNotSubscribedToAreMissed) {
+    Stage stage;
+    stage.locations.Answer(LocationMethod::Subscribe, {.code = 1});
+
+    EXPECT_FALSE(stage.Play("drive"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    location: <- subscribe responsecode=0\n"));
+}
+
+TEST(Stories, APositionThatTheEcallServiceNeverTookIsMissed) {
+    Stage stage;
+    stage.peer.Answer(EcallMethod::UpdateGnssLocation, {.code = 1});
+
+    EXPECT_FALSE(stage.Play("drive"));
+
+    EXPECT_THAT(stage.account, HasSubstr("The eCall service's last position before the crash: none\n"));
+    EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
+}
+
+TEST(Stories, AReportOnTheReceptionThatIsRefusedLeavesTheNextOneOut) {
+    Stage stage;
+    stage.peer.Answer(EcallMethod::UpdateSelfTestAllDevicesState, {.code = 1});
+
+    EXPECT_FALSE(stage.Play("tunnel"));
+
+    EXPECT_THAT(stage.account, HasSubstr("    rpc: -> updateSelfTestAllDevicesState gnssParametersIntegrity=Failed(1) "
+                                         "gnssAntennaConnection=Failed(1) gnssReceiverOperability=Success(0)\n"));
 }
 
 TEST(Stories, AUnitThatIsNeverNotifiedIsMissed) {

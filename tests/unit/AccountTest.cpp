@@ -256,6 +256,23 @@ TEST(Account, AForwardedPositionIsToldLikewiseAndThatItWasTakenIsNot) {
                 ElementsAre("rpc: <- updateGnssLocation responsecode=1"));
 }
 
+TEST(Account, OfAVehicleThatStandsTheFirstPositionIsToldInEachDirection) {
+    Teller teller;
+    const auto tell = [&](const std::string& latitude) {
+        const std::string place = "longitude=11.5 latitude=" + latitude;
+        const size_t told = teller
+                                .TellLocation(Kind::RpcNotify, "notifyTheCurrentLocation",
+                                              Location("0", place, "valid_3d_fix=1 speed=0 valid_flag=1"))
+                                .size();
+        return told + teller.Tell(Kind::RpcRequest, "updateGnssLocation", "isValid=1 " + place).size();
+    };
+
+    EXPECT_EQ(2U, tell("48.1"));
+    EXPECT_EQ(0U, tell("48.1"));
+    EXPECT_EQ(2U, tell("48.2"));
+    EXPECT_EQ(2U, tell("48.1"));
+}
+
 TEST(Account, TheLocationServicesWireIsToldAsItsOwn) {
     Teller teller;
 
