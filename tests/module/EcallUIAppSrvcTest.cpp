@@ -8,6 +8,7 @@
 #include <sstream>
 #include <thread>
 
+#include "LocationPeer.h"
 #include "ServiceWorld.h"
 
 using namespace std::chrono_literals;
@@ -244,6 +245,43 @@ TEST(EcallUIAppSrvc, TheServiceHasNoThreadButThoseItNames) {
 
     EXPECT_TRUE(world.IsCrashReported());
     EXPECT_THAT(ThreadNames(world.module.Service()), areTheNamedOnes);
+}
+
+TEST(EcallUIAppSrvc, WithEverythingSwitchedOnEveryThreadIsThere) {
+    ServiceWorld world;
+    LocationPeer positions(world.module.journal);
+    ASSERT_TRUE(positions.Start());
+    world.Configure(
+        R"("AudioRelayUsed": false, "ConnectLocationService": true, "EcallButtonPullingDetectionMode": true)");
+
+    world.Start();
+
+    AwaitSleep(world.module.Service(), "XirEcallUIappSr");
+    EXPECT_EQ(10s, AwaitSleep(world.module.Service(), "Thread_GNSS"));
+    EXPECT_THAT(ThreadNames(world.module.Service()),
+                ElementsAre("ButtonPolling", "IEcallApp", "IEcallUIAppSrvc", "LocationProvide", "SelfTest",
+                            "Thread_GNSS", "Thread_GPIO_UEV", "XirEcallUIappSr"));
+    EXPECT_TRUE(world.IsCrashReported());
+}
+
+TEST(EcallUIAppSrvc, TheServiceStageGoesThroughItsStepsInOrder) {
+    ServiceWorld world;
+    world.Configure(R"("EcallButtonPullingDetectionMode": true, "RestoreContextOnBoot": false)");
+
+    world.Start();
+
+    // All of these are said by the main thread.
+    uint64_t after = 0;
+    for (const char* line : {
+             "set the Ecall APP_AUDIO_CONFIG_NUMBER configuration",
+             "XirCreateIEcallUIApp (protobuf) : OK",
+             "EcallButtonPullingDetectionMode == true ==> start the Ecall button detection thread",
+             "lEcallHLAPConfiguration.RestoreContextOnBoot == false ==> do not init the state from the saved file",
+             "InitGpio - Enter",
+             "XirEcallapp_requestState ",
+         }) {
+        after = world.module.journal.Await(IsWithinConsoleLine(line), after).seq + 1;
+    }
 }
 
 TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
