@@ -2,7 +2,6 @@
 // the road demands (select, recvmsg, a console and a trace line for each message, the request), and decides nothing.
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <linux/netlink.h>
 #include <netinet/tcp.h>
 #include <sys/select.h>
@@ -13,26 +12,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <string_view>
+
+#include "FloorLine.h"
 
 namespace {
 
 constexpr std::uint16_t kEcallServicePort = 50911;
-
-/// One message: on the console, then opened, appended, measured and closed in the trace file.
-void Line(std::string_view message) {
-    const std::string console = "\r" + std::string(message) + "\n";
-    const std::string line = "Nov 21 02:54:16.123 EcallUIGpioEvent.cpp ( 123) : " + std::string(message) + "\n";
-    const int fd =
-        open("/var/logs/ecall/XirEcallUIappSrvc_traces.txt", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    const bool written = write(STDOUT_FILENO, console.data(), console.size()) > 0 &&
-                         write(fd, line.data(), line.size()) > 0 && lseek(fd, 0, SEEK_CUR) > 0;
-    close(fd);
-    if (!written) {
-        _exit(1);
-    }
-}
 
 int ConnectToPeer() {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -67,7 +53,7 @@ std::string_view Receive(int events, std::array<char, 512>& buffer) {
     FD_ZERO(&set);
     FD_SET(events, &set);
     select(events + 1, &set, nullptr, nullptr, nullptr);
-    Line("NbReadyDescriptor = 1 ");
+    FloorLine("NbReadyDescriptor = 1 ");
     iovec vector{buffer.data(), buffer.size()};
     msghdr message{};
     message.msg_iov = &vector;
@@ -92,11 +78,11 @@ int main() {
     const int events = ListenToKernel();
     std::array<char, 512> buffer{};
     for (;;) {
-        Line("Wait for an event (blocking wait) ");
+        FloorLine("Wait for an event (blocking wait) ");
         const std::string_view datagram = Receive(events, buffer);
         if (datagram.find("EMERGENCY") != std::string_view::npos) {
-            Line("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)");
-            Line("ecall-ens AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> sensor emergency detected (PWM 1kHz)");
+            FloorLine("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)");
+            FloorLine("ecall-ens AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> sensor emergency detected (PWM 1kHz)");
             RequestCall(peer);
         }
     }

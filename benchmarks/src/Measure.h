@@ -48,6 +48,14 @@ inline bool PrintRatio(const char* name, std::vector<Nanoseconds>& subject, std:
     return ratio <= limit;
 }
 
+/// Prints one row that has no limit, to be compared by people.
+inline void PrintComparison(const char* name, std::vector<Nanoseconds>& subject, std::vector<Nanoseconds>& other,
+                            FILE* out) {
+    const double subjectUs = static_cast<double>(Quantile(subject, 0.5)) / 1000.0;
+    const double otherUs = static_cast<double>(Quantile(other, 0.5)) / 1000.0;
+    fprintf(out, "%-42s %9.2f us %9.2f us   %5.2f\n", name, subjectUs, otherUs, subjectUs / otherUs);
+}
+
 /// Prints a figure without a floor of its own beside its limit. Answers whether it keeps the limit.
 inline bool PrintFigure(const char* name, double value, const char* unit, double limit, FILE* out) {
     fprintf(out, "%-42s %9.2f %-4s %16s %12.2f  %s\n", name, value, unit, "at most", limit,
