@@ -15,6 +15,7 @@
 #include "Module.h"
 #include "Namespaces.h"
 #include "Story.h"
+#include "TerminalConsole.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ constexpr const char* kUsage =
     "                                                  plays a story on a virtual module; exit status 0 if all came "
     "true\n"
     "ecall-sim shell [--service PATH]                  a shell inside a module on which the service runs\n"
+    "ecall-sim console [--service PATH]                the debug console of a service that runs in a module\n"
     "ecall-sim --list                                  the stories\n"
     "ecall-sim --help                                  this text\n"
     "\n"
@@ -144,6 +146,35 @@ int Shell() {
     return status;
 }
 
+/// Waits until a service that starts awaits events, or has ended; answers where its journal goes on.
+uint64_t AwaitStart(const Journal& journal) {
+    Match started;
+    started.also = [](const Entry& entry) {
+        return (entry.kind == Kind::Console &&
+                entry.text.find("Wait for an event (blocking wait) ") != std::string::npos) ||
+               (entry.kind == Kind::Process && entry.text != "started");
+    };
+    return journal.Await(started).seq;
+}
+
+/// What the service says while it starts is not shown: the person types after that.
+int Console() {
+    std::signal(SIGPIPE, SIG_IGN);  // the service may end while it is fed
+    SetComplaintHandler(
+        [](const std::string& complaint) { std::fprintf(stderr, "ecall-sim: %s\n", complaint.c_str()); });
+    std::puts("The service's debug console: 0 shows the menu, 1 to 3 open the others, . leads back; Ctrl-D ends it.");
+    std::fflush(stdout);
+    Module module;
+    EcallPeer peer(module.journal, HumanService());
+    if (!peer.Start()) {
+        throw std::runtime_error("the eCall service's port cannot be bound");
+    }
+    ModuleProcess& service = module.StartService({"-m"}, true);
+    const bool isGood = RunTerminalConsole(module.journal, service, AwaitStart(module.journal));
+    service.Kill();  // before its peer goes
+    return isGood ? kPassed : kFailed;
+}
+
 /// Before the namespaces are made: the module's mounts may hide the file.
 GpxTrack LoadTrack(const CommandLine& line) {
     if (!line.track.empty()) {
@@ -152,9 +183,16 @@ GpxTrack LoadTrack(const CommandLine& line) {
     return line.command == "play" ? StoryTrack(*FindStory(line.story)) : GpxTrack{};
 }
 
+int Perform(const CommandLine& line, const GpxTrack& track) {
+    if (line.command == "shell") {
+        return Shell();
+    }
+    return line.command == "console" ? Console() : Play(*FindStory(line.story), track, line.verbose);
+}
+
 int Run(const CommandLine& line, const GpxTrack& track) {
     try {
-        return line.command == "shell" ? Shell() : Play(*FindStory(line.story), track, line.verbose);
+        return Perform(line, track);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "ecall-sim: %s\n", failure.what());
         return kFailed;
@@ -195,7 +233,7 @@ int main(int argc, char** argv) {
     if (line.command == "--list") {
         return ListStories();
     }
-    if (line.command != "play" && line.command != "shell") {
+    if (line.command != "play" && line.command != "shell" && line.command != "console") {
         return Misused("not understood: " + line.command);
     }
     if (const std::string complaint = ReadOptions(words.subspan(2), line); !complaint.empty()) {

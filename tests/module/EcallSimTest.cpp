@@ -162,6 +162,7 @@ TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
 TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {
     const std::vector<std::vector<std::string>> lines{{},
                                                       {"dance"},
+                                                      {"console", "me"},
                                                       {"play"},
                                                       {"play", "crash", "--loud"},
                                                       {"play", "crash", "sos"},
@@ -321,6 +322,83 @@ TEST(EcallSim, AShellRunsInsideTheModule) {
     simulator.Type("for look in 1 2 3 4 5 6 7 8 9; do pidof XirEcallUIappSrvc && exit 5; sleep 0.2; done; exit 1\n");
 
     EXPECT_EQ(5, simulator.End());
+}
+
+/// While it lives, what is started here reads this.
+class StandardInput {
+  public:
+    explicit StandardInput(const std::string& content) : before(dup(STDIN_FILENO)) {
+        int ends[2];
+        EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+        EXPECT_EQ(static_cast<ssize_t>(content.size()), write(ends[1], content.data(), content.size()));
+        close(ends[1]);
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+    }
+    ~StandardInput() {
+        dup2(before, STDIN_FILENO);
+        close(before);
+    }
+    StandardInput(const StandardInput&) = delete;
+    StandardInput& operator=(const StandardInput&) = delete;
+
+  private:
+    int before;
+};
+
+constexpr char kConsoleHelp[] =
+    "The service's debug console: 0 shows the menu, 1 to 3 open the others, . leads back; Ctrl-D ends it.";
+
+TEST(EcallSim, TheDebugConsoleIsDrivenFromATerminal) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // whatever it leaves running becomes a child of this test
+    Simulator simulator(Output::Terminal, {"console"});
+    ASSERT_TRUE(simulator.AwaitOutput(kConsoleHelp));
+
+    simulator.Type("1\n50\n");
+    EXPECT_TRUE(simulator.AwaitOutput("Version = virtual module 1.0\r\n"));
+    simulator.Type("3 1\n");
+    EXPECT_TRUE(simulator.AwaitOutput("TEcallappServiceState_ActiveAutomaticECall (101)"));
+    simulator.Type("\x04");
+
+    EXPECT_EQ(0, simulator.End());
+    EXPECT_THAT(simulator.Text(), Not(HasSubstr("bad parameter")));
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+    EXPECT_EQ(ECHILD, errno);
+}
+
+TEST(EcallSim, CtrlCEndsTheDebugConsoleAndLeavesNothingBehind) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Simulator simulator(Output::Terminal, {"console"});
+    ASSERT_TRUE(simulator.AwaitOutput(kConsoleHelp));
+    simulator.Type("0\n");
+    ASSERT_TRUE(simulator.AwaitOutput(" MAIN MENU  "));
+
+    simulator.Type("\x03");
+
+    EXPECT_EQ(130, simulator.End());
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+    EXPECT_EQ(ECHILD, errno);
+}
+
+TEST(EcallSim, TheDebugConsoleCarriesOutAWholeFile) {
+    const StandardInput input("1\n50\n4\n5 12345678901234567 3 0");  // the last line lacks its line feed
+    Simulator simulator(Output::Pipe, {"console"});
+
+    EXPECT_EQ(0, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), StartsWith(kConsoleHelp));
+    EXPECT_THAT(simulator.Text(), HasSubstr("Version = virtual module 1.0\n"));
+    EXPECT_THAT(simulator.Text(), HasSubstr("XirEcallapp_updateVehicleConfig, srvcResult = 0\n"));
+    EXPECT_THAT(simulator.Text(), Not(HasSubstr("bad parameter")));
+}
+
+TEST(EcallSim, TheDebugConsoleOfAServiceThatEndsFails) {
+    const StandardInput input("1\n");
+    Simulator simulator(Output::Pipe, {"console", "--service", "/bin/true"});
+
+    EXPECT_EQ(1, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), HasSubstr("ecall-sim: true ended unexpectedly: exited 0"));
 }
 
 }  // namespace
