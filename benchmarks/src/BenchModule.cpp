@@ -1,7 +1,9 @@
 // What is measured on the whole service, in a virtual module with plain attribute files: the road from an airbag event
-// to the request for a call, beside a program that makes just the road's system calls; and what the service costs to
-// keep. The trace line is measured here too, since it wants the module's file system.
+// to the request for a call, beside a program that makes just the road's system calls; that of a position from the
+// location service to the eCall service, beside a bare relay; and what the service costs to keep. The trace line is
+// measured here too, since it wants the module's file system.
 
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +16,7 @@
 
 #include "BenchParameters.h"
 #include "EchoPeer.h"
-#include "LocationPeer.h"
+#include "Floor.h"
 #include "Measure.h"
 #include "Module.h"
 #include "Namespaces.h"
@@ -25,8 +27,9 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr std::uint16_t kEcallServicePort = 50911;
 constexpr std::uint16_t kTriggerEcall = 0;
+constexpr std::uint16_t kUpdateGnssLocation = 7;
+constexpr std::uint16_t kLocationSubscribe = 5;
 constexpr int kBlocks = 10;
 constexpr int kPerBlock = 1000;
 /// After this long without work a process is back in its select; a hundred times what one event takes.
@@ -34,20 +37,42 @@ constexpr microseconds kRest{500};
 
 std::atomic<Nanoseconds> requestedAt{0};
 
+std::atomic<Nanoseconds> forwardedAt{0};
+std::atomic<int> positionsGoTo{-1};  ///< the connection that subscribed last
+
 /// One peer for the whole run; it outlives every program that connects to it.
-void StartPeer() {
-    std::uint16_t port = kEcallServicePort;
+void StartPeer(std::uint16_t port, EchoPayloads payloads, EchoSeen seen) {
     const int listener = EchoPeerListen(port);
     if (listener < 0) {
-        throw std::runtime_error("port 50911 cannot be bound in the module");
+        throw std::runtime_error("port " + std::to_string(port) + " cannot be bound in the module");
     }
-    std::thread([listener] {
-        EchoPeerServe(listener, [](std::uint16_t method) {
-            if (method == kTriggerEcall) {
-                requestedAt.store(Now(), std::memory_order_release);
-            }
-        });
-    }).detach();
+    std::thread([listener, payloads, seen = std::move(seen)] { EchoPeerServe(listener, payloads, seen); }).detach();
+}
+
+void StartPeers() {
+    StartPeer(kEcallServicePort, EcallPayload, [](std::uint16_t method, int) {
+        if (method == kTriggerEcall) {
+            requestedAt.store(Now(), std::memory_order_release);
+        } else if (method == kUpdateGnssLocation) {
+            forwardedAt.store(Now(), std::memory_order_release);
+        }
+    });
+    StartPeer(kLocationServicePort, LocationPayload, [](std::uint16_t method, int connection) {
+        if (method == kLocationSubscribe) {
+            positionsGoTo.store(connection, std::memory_order_release);
+        }
+    });
+}
+
+/// Waits until a peer has stamped what it was sent, and answers the stamp; throws when nothing came.
+Nanoseconds AwaitStamp(const std::atomic<Nanoseconds>& stamp, const char* what) {
+    for (const Nanoseconds limit = Now() + 10'000'000'000; stamp.load(std::memory_order_acquire) == 0;) {
+        std::this_thread::sleep_for(kRest);
+        if (Now() > limit) {
+            throw std::runtime_error(std::string(what) + " within 10 s");
+        }
+    }
+    return stamp.load(std::memory_order_relaxed);
 }
 
 /// Sends an emergency and answers how long it took until the request for a call arrived; throws when none came.
@@ -55,13 +80,7 @@ Nanoseconds Emergency(Module& module) {
     requestedAt.store(0, std::memory_order_relaxed);
     const Nanoseconds sent = Now();
     module.uevents.Send({"change@" + module.devices.sensor, "ACTION=change", "ENS=EMERGENCY"});
-    for (const Nanoseconds limit = sent + 10'000'000'000; requestedAt.load(std::memory_order_acquire) == 0;) {
-        std::this_thread::sleep_for(kRest);
-        if (Now() > limit) {
-            throw std::runtime_error("no call was requested within 10 s of an emergency");
-        }
-    }
-    const Nanoseconds took = requestedAt.load(std::memory_order_relaxed) - sent;
+    const Nanoseconds took = AwaitStamp(requestedAt, "no call was requested after an emergency") - sent;
     std::this_thread::sleep_for(kRest);
     module.uevents.Send({"change@" + module.devices.sensor, "ACTION=change", "ENS=NORMAL"});
     std::this_thread::sleep_for(kRest);
@@ -100,16 +119,66 @@ std::vector<Nanoseconds> RoadOf(Module& module, const std::string& program, int 
     return samples;
 }
 
+void Append(std::vector<Nanoseconds>& samples, const std::vector<Nanoseconds>& more) {
+    samples.insert(samples.end(), more.begin(), more.end());
+}
+
 bool BenchRoad(Module& module) {
     std::vector<Nanoseconds> service;
     std::vector<Nanoseconds> floor;
     for (int block = 0; block < kBlocks; ++block) {
-        const auto subject = RoadOf(module, BENCH_SERVICE, kPerBlock);
-        service.insert(service.end(), subject.begin(), subject.end());
-        const auto bare = RoadOf(module, BENCH_FLOOR_DAEMON, kPerBlock);
-        floor.insert(floor.end(), bare.begin(), bare.end());
+        Append(service, RoadOf(module, BENCH_SERVICE, kPerBlock));
+        Append(floor, RoadOf(module, BENCH_FLOOR_DAEMON, kPerBlock));
     }
     return PrintRatio("Airbag event -> call requested", service, floor, 1.5, stdout);
+}
+
+/// Sends a position and answers how long it took until it arrived at the eCall service.
+Nanoseconds SendPosition() {
+    static const std::string position = PositionNotification();
+    forwardedAt.store(0, std::memory_order_relaxed);
+    const Nanoseconds sent = Now();
+    if (send(positionsGoTo.load(std::memory_order_relaxed), position.data(), position.size(), MSG_NOSIGNAL) < 0) {
+        throw std::runtime_error("the program that forwards positions is gone");
+    }
+    const Nanoseconds took = AwaitStamp(forwardedAt, "no position was forwarded") - sent;
+    std::this_thread::sleep_for(kRest);
+    return took;
+}
+
+std::vector<Nanoseconds> ForwardingBy(Module& module, const std::string& program) {
+    positionsGoTo.store(-1);
+    ModuleProcess& process = StartSilent(module, program);
+    while (positionsGoTo.load(std::memory_order_acquire) < 0) {
+        if (!process.IsRunning()) {
+            throw std::runtime_error("the program that forwards positions ended at once: " + process.Errors());
+        }
+        std::this_thread::sleep_for(kRest);
+    }
+    std::this_thread::sleep_for(milliseconds(100));  // its start-up is over
+    for (int warmUp = 0; warmUp < 100; ++warmUp) {
+        SendPosition();
+    }
+    std::vector<Nanoseconds> samples;
+    samples.reserve(kPerBlock);
+    for (int i = 0; i < kPerBlock; ++i) {
+        samples.push_back(SendPosition());
+    }
+    process.Kill();
+    module.root.Remove(file::kTrace);
+    return samples;
+}
+
+bool BenchForwarding(Module& module) {
+    module.root.WriteFile(file::kConfiguration, R"({"ConnectLocationService": true})");
+    std::vector<Nanoseconds> service;
+    std::vector<Nanoseconds> relay;
+    for (int block = 0; block < kBlocks; ++block) {
+        Append(service, ForwardingBy(module, BENCH_SERVICE));
+        Append(relay, ForwardingBy(module, BENCH_FLOOR_RELAY));
+    }
+    module.root.Remove(file::kConfiguration);
+    return PrintRatio("Position received -> sent on", service, relay, 2.5, stdout);
 }
 
 bool BenchTraceLine(Module& module) {
@@ -170,10 +239,6 @@ bool BenchIdleByDefault(Module& module) {
 bool BenchIdleWithEverything(Module& module) {
     module.root.WriteFile(file::kConfiguration,
                           R"({"ConnectLocationService": true, "EcallButtonPullingDetectionMode": true})");
-    LocationPeer positions(module.journal);
-    if (!positions.Start()) {
-        throw std::runtime_error("port 50778 cannot be bound in the module");
-    }
     const bool kept = BenchIdle(module, ", everything on", 23);
     module.root.Remove(file::kConfiguration);
     return kept;
@@ -190,7 +255,7 @@ bool BenchSize() {
 
 int Bench() {
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    StartPeer();
+    StartPeers();
     bool kept = true;
     {
         ModuleOptions options;
@@ -198,6 +263,7 @@ int Bench() {
         Module module(options);
         kept = BenchTraceLine(module) && kept;
         kept = BenchRoad(module) && kept;
+        kept = BenchForwarding(module) && kept;
         kept = BenchParameters(module) && kept;
         kept = BenchStart(module) && kept;
         kept = BenchIdleByDefault(module) && kept;

@@ -81,7 +81,7 @@ int main() {
     const pid_t peer = fork();
     if (peer == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        EchoPeerServe(listener, [](std::uint16_t) {});
+        EchoPeerServe(listener, EcallPayload, [](std::uint16_t, int) {});
     }
     const std::string url = "xirtcp://127.0.0.1:" + std::to_string(port);
     const XirConnection connection{"EcallAppClient", url.c_str()};

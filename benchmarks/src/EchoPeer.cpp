@@ -13,13 +13,26 @@
 #include <vector>
 
 #include "lib_Ecall/src/ecallapp.pb-c.h"
+#include "lib_Location/src/location.pb-c.h"
 
 namespace {
 
 constexpr std::size_t kHeaderSize = 12;
+constexpr std::uint8_t kRequest = 1;
+constexpr std::uint8_t kNotification = 2;
+// Methods of the eCall service.
+constexpr std::uint16_t kUpdateGnssLocation = 7;
 constexpr std::uint16_t kRequestState = 8;
 constexpr std::uint16_t kGetCfgParameter = 9;
 constexpr std::uint16_t kGetVersion = 21;
+// And of the location service.
+constexpr std::uint16_t kNotifyTheCurrentLocation = 3;
+constexpr std::uint16_t kGetLocationProviderVersion = 7;
+
+// The position of the measurements.
+constexpr double kLatitude = 48.8566140;
+constexpr double kLongitude = 2.3522219;
+constexpr std::uint64_t kUtcSeconds = 1'699'999'999;
 
 struct Peer {
     int fd = -1;
@@ -33,16 +46,15 @@ std::uint32_t PayloadLength(const std::vector<std::uint8_t>& bytes) {
 
 template <typename Message, typename Pack>
 std::string Packed(const Message& message, Pack pack) {
-    std::array<std::uint8_t, 256> buffer{};
+    std::array<std::uint8_t, 512> buffer{};
     return {reinterpret_cast<const char*>(buffer.data()), pack(&message, buffer.data())};
 }
 
-std::string VersionPayload() {
+std::string VersionPayload(std::uint32_t major, std::string name) {
     Com__Vantu__Ms__Protobuf__GetRemoteVersionResponse version =
         COM__VANTU__MS__PROTOBUF__GET_REMOTE_VERSION_RESPONSE__INIT;
-    static char name[] = "com.vantu.ecallapp.iecallapp";
-    version.major = 2;
-    version.name = name;
+    version.major = major;
+    version.name = name.data();
     return Packed(version, com__vantu__ms__protobuf__get_remote_version_response__pack);
 }
 
@@ -64,21 +76,19 @@ std::string ParameterPayload() {
     return Packed(response, com__vantu__ecallapp__get_cfg_parameter_response__pack);
 }
 
-const std::string& PayloadOf(std::uint16_t method) {
-    static const std::string version = VersionPayload();
-    static const std::string state = StatePayload();
-    static const std::string parameter = ParameterPayload();
+/// Responsecode 0.
+const std::string& Done() {
     static const std::string done("\x08\x00", 2);
-    switch (method) {
-        case kGetVersion:
-            return version;
-        case kRequestState:
-            return state;
-        case kGetCfgParameter:
-            return parameter;
-        default:
-            return done;
-    }
+    return done;
+}
+
+std::string Frame(std::uint16_t method, std::uint8_t kind, const std::string& payload) {
+    std::string frame(kHeaderSize, '\0');
+    frame[0] = static_cast<char>(payload.size());
+    frame[1] = static_cast<char>(payload.size() >> 8U);
+    frame[4] = static_cast<char>(method);
+    frame[6] = static_cast<char>(kind);
+    return frame + payload;
 }
 
 /// The request's header with the reply's length and kind in it, then the payload.
@@ -91,7 +101,7 @@ bool Reply(int fd, const std::uint8_t* request, const std::string& payload) {
     return send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size());
 }
 
-bool ServeOnce(Peer& peer, const std::function<void(std::uint16_t)>& seen) {
+bool ServeOnce(Peer& peer, EchoPayloads payloads, const EchoSeen& seen) {
     std::array<std::uint8_t, 4096> buffer{};
     const ssize_t count = recv(peer.fd, buffer.data(), buffer.size(), 0);
     if (count <= 0) {
@@ -101,8 +111,8 @@ bool ServeOnce(Peer& peer, const std::function<void(std::uint16_t)>& seen) {
     while (peer.received.size() >= kHeaderSize && peer.received.size() >= kHeaderSize + PayloadLength(peer.received)) {
         const auto method =
             static_cast<std::uint16_t>(peer.received[4] | static_cast<unsigned>(peer.received[5]) << 8U);
-        seen(method);
-        if (!Reply(peer.fd, peer.received.data(), PayloadOf(method))) {
+        seen(method, peer.fd);
+        if (!Reply(peer.fd, peer.received.data(), payloads(method))) {
             return false;
         }
         const auto size = static_cast<std::ptrdiff_t>(kHeaderSize + PayloadLength(peer.received));
@@ -112,6 +122,27 @@ bool ServeOnce(Peer& peer, const std::function<void(std::uint16_t)>& seen) {
 }
 
 }  // namespace
+
+const std::string& EcallPayload(std::uint16_t method) {
+    static const std::string version = VersionPayload(2, "com.vantu.ecallapp.iecallapp");
+    static const std::string state = StatePayload();
+    static const std::string parameter = ParameterPayload();
+    switch (method) {
+        case kGetVersion:
+            return version;
+        case kRequestState:
+            return state;
+        case kGetCfgParameter:
+            return parameter;
+        default:
+            return Done();
+    }
+}
+
+const std::string& LocationPayload(std::uint16_t method) {
+    static const std::string version = VersionPayload(0, "com.vantu.ms.location.locationprovider");
+    return method == kGetLocationProviderVersion ? version : Done();
+}
 
 int EchoPeerListen(std::uint16_t& port) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -131,7 +162,7 @@ int EchoPeerListen(std::uint16_t& port) {
     return listener;
 }
 
-void EchoPeerServe(int listener, const std::function<void(std::uint16_t)>& seen) {
+void EchoPeerServe(int listener, EchoPayloads payloads, const EchoSeen& seen) {
     std::vector<Peer> peers;
     for (;;) {
         std::vector<pollfd> watched{{listener, POLLIN, 0}};
@@ -142,7 +173,7 @@ void EchoPeerServe(int listener, const std::function<void(std::uint16_t)>& seen)
             continue;
         }
         for (std::size_t i = peers.size(); i-- > 0;) {
-            if (watched[i + 1].revents != 0 && !ServeOnce(peers[i], seen)) {
+            if (watched[i + 1].revents != 0 && !ServeOnce(peers[i], payloads, seen)) {
                 close(peers[i].fd);
                 peers.erase(peers.begin() + static_cast<std::ptrdiff_t>(i));
             }
@@ -154,4 +185,40 @@ void EchoPeerServe(int listener, const std::function<void(std::uint16_t)>& seen)
             peers.push_back({fd, {}});
         }
     }
+}
+
+std::string PositionNotification() {
+    Com__Vantu__Ms__Location__ErrorEllipseStruct ellipse = COM__VANTU__MS__LOCATION__ERROR_ELLIPSE_STRUCT__INIT;
+    Com__Vantu__Ms__Location__QualifiedCoordinateStruct coordinates =
+        COM__VANTU__MS__LOCATION__QUALIFIED_COORDINATE_STRUCT__INIT;
+    coordinates.latitude = kLatitude;
+    coordinates.longitude = kLongitude;
+    coordinates.error_ellipse = &ellipse;
+    Com__Vantu__Ms__Location__GpsDateStruct date = COM__VANTU__MS__LOCATION__GPS_DATE_STRUCT__INIT;
+    Com__Vantu__Ms__Location__TimeInfoStruct time = COM__VANTU__MS__LOCATION__TIME_INFO_STRUCT__INIT;
+    time.gps_date = &date;
+    time.receive_timestamp = kUtcSeconds * 1000;
+    static char info[] = "track";
+    Com__Vantu__Ms__Location__LocationStruct location = COM__VANTU__MS__LOCATION__LOCATION_STRUCT__INIT;
+    location.extra_info = info;
+    location.qualified_coordinates = &coordinates;
+    location.time_info = &time;
+    location.valid_flag = 1;
+    Com__Vantu__Ms__Location__NotifyTheCurrentLocationUpdate update =
+        COM__VANTU__MS__LOCATION__NOTIFY_THE_CURRENT_LOCATION_UPDATE__INIT;
+    update.location = &location;
+    return Frame(kNotifyTheCurrentLocation, kNotification,
+                 Packed(update, com__vantu__ms__location__notify_the_current_location_update__pack));
+}
+
+std::string PositionRequest() {
+    Com__Vantu__Ecallapp__TGnssLocation location = COM__VANTU__ECALLAPP__TGNSS_LOCATION__INIT;
+    location.isvalid = 1;
+    location.utctime = kUtcSeconds;
+    location.latitude = kLatitude;
+    location.longitude = kLongitude;
+    Com__Vantu__Ecallapp__UpdateGnssLocationRequest request = COM__VANTU__ECALLAPP__UPDATE_GNSS_LOCATION_REQUEST__INIT;
+    request.location = &location;
+    return Frame(kUpdateGnssLocation, kRequest,
+                 Packed(request, com__vantu__ecallapp__update_gnss_location_request__pack));
 }

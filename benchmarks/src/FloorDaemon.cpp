@@ -1,9 +1,7 @@
 // The floor of the road from an airbag event to the request for a call: a program that makes just the system calls that
 // the road demands (select, recvmsg, a console and a trace line for each message, the request), and decides nothing.
 
-#include <arpa/inet.h>
 #include <linux/netlink.h>
-#include <netinet/tcp.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,29 +9,15 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
+#include "Floor.h"
 #include "FloorLine.h"
 
 namespace {
 
-constexpr std::uint16_t kEcallServicePort = 50911;
-
-int ConnectToPeer() {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(kEcallServicePort);
-    const int on = 1;
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
-        perror("FloorDaemon: no eCall service");
-        _exit(1);
-    }
-    return fd;
-}
+// triggerEcall, automatic: the very bytes that the proxy sends.
+constexpr std::string_view kCallRequest("\2\0\0\0\0\0\1\0\1\0\0\0\10\1", 14);
 
 int ListenToKernel() {
     const int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
@@ -62,19 +46,10 @@ std::string_view Receive(int events, std::array<char, 512>& buffer) {
     return {buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
 
-void RequestCall(int peer) {
-    static constexpr std::array<std::uint8_t, 14> request{2, 0, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 8, 1};
-    std::array<std::uint8_t, 64> reply{};
-    if (send(peer, request.data(), request.size(), MSG_NOSIGNAL) < 0 ||
-        recv(peer, reply.data(), reply.size(), 0) <= 0) {
-        _exit(1);
-    }
-}
-
 }  // namespace
 
 int main() {
-    const int peer = ConnectToPeer();
+    const int peer = ConnectTo(kEcallServicePort);
     const int events = ListenToKernel();
     std::array<char, 512> buffer{};
     for (;;) {
@@ -83,7 +58,7 @@ int main() {
         if (datagram.find("EMERGENCY") != std::string_view::npos) {
             FloorLine("ecall-ens : AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ (PWM = 1Khz)");
             FloorLine("ecall-ens AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> sensor emergency detected (PWM 1kHz)");
-            RequestCall(peer);
+            Exchange(peer, kCallRequest);
         }
     }
 }

@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const bool isSilent = argc > 1 && std::string_view(argv[1]) == "--silent";
-    EchoPeerServe(listener, [isSilent](std::uint16_t) {
+    EchoPeerServe(listener, EcallPayload, [isSilent](std::uint16_t, int) {
         for (int i = 0; i < (isSilent ? 0 : 4); ++i) {
             FloorLine("cfgParamName=7, BoolValue=0, IntValue=10, StrValue=");
         }
