@@ -56,8 +56,8 @@ class LocationPeer : public RpcPeerOf<LocationMethod> {
     /// Notifies one position now, as it stands, and knows it from now on.
     void Send(const Position& position);
     /// Drives along the track from its beginning: a position for each second of the track, pace times as fast as the
-    /// clock goes (at most 1000). From the track's end on the vehicle stands there, and tells so. While the service is
-    /// stopped the drive pauses.
+    /// clock goes (above 0, at most 1000). From the track's end on the vehicle stands there, and tells so. While the
+    /// service is stopped the drive pauses.
     void Drive(GpxTrack track, double pace = 1);
     /// The vehicle stands from now on where it is, and its positions go on.
     void Stand();

@@ -1,6 +1,8 @@
 // The stories must be able to fail: each is played here on a unit with one thing broken.
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "EcallPeer.h"
 #include "LocationPeer.h"
 #include "Module.h"
@@ -24,12 +26,15 @@ struct Stage {
                    }()};
     LocationPeer locations{module.journal};
     std::string account;
+    std::function<void(const std::string& line)> onLine = [](const std::string&) {};
 
     bool Play(const char* name) {
         const Story& story = *FindStory(name);
         StoryWorld world{.module = module, .peer = peer, .locations = locations, .track = StoryTrack(story)};
-        return PlayStory(story, world, module.journal, {.limit = kSceneLimit},
-                         [this](const std::string& line) { account += line + "\n"; });
+        return PlayStory(story, world, module.journal, {.limit = kSceneLimit}, [this](const std::string& line) {
+            account += line + "\n";
+            onLine(line);
+        });
     }
 };
 
@@ -130,6 +135,24 @@ TEST(Stories, APositionThatTheEcallServiceNeverTookIsMissed) {
     EXPECT_FALSE(stage.Play("drive"));
 
     EXPECT_THAT(stage.account, HasSubstr("The eCall service's last position before the crash: none\n"));
+    EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
+}
+
+TEST(Stories, APositionThatIsNotOnTheTrackIsNoticed) {
+    Stage stage;
+    stage.onLine = [&stage](const std::string& line) {
+        if (line.find("Crash!") != std::string::npos) {
+            Match forwarded = IsRpcRequest("updateGnssLocation");
+            forwarded.contains = " latitude=1.5 ";
+            stage.locations.Park();
+            stage.locations.Send({.latitude = 1.5, .valid = true});
+            stage.module.journal.Await(forwarded);
+        }
+    };
+
+    EXPECT_FALSE(stage.Play("drive"));
+
+    EXPECT_THAT(stage.account, HasSubstr("position 1.5000 N 0.0000 E, 0 km/h, heading 0°: not on the track\n"));
     EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
 }
 
