@@ -133,11 +133,13 @@ TEST(Ecalluictl, TheTableForTheDocumentsNeedsNoService) {
 
     EXPECT_EQ(0, list.status);
     EXPECT_THAT(list.Lines(), SizeIs(ConfigurationFields().size() + 2));
+    EXPECT_THAT(
+        list.Lines(),
+        Contains("| 8 | `LedEcallIdleBrightness1PerCent` | `LED_ECALL_IDLE_BRIGHTNESS1_PER_CENT` | number | `25` "
+                 "| 0 to 100 % | no | first brightness of the LED while no call is made |"));
     EXPECT_THAT(list.Lines(),
-                Contains("| 8 | `LedEcallIdleBrightness1PerCent` | number | `25` | 0 to 100 % | no | first "
-                         "brightness of the LED while no call is made |"));
-    EXPECT_THAT(list.Lines(), Contains("| - | `HW_Name` | text | `\"KORVA_FDA803_ZX118A4\"` |  | never | name of the "
-                                       "hardware |"));
+                Contains("| - | `HW_Name` |  | text | `\"KORVA_FDA803_ZX118A4\"` |  | never | name of the "
+                         "hardware |"));
 }
 
 // get

@@ -5,6 +5,9 @@
 #include <protobuf-c/protobuf-c.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
 #include <regex>
 #include <set>
 
@@ -84,7 +87,36 @@ void ExpectMethods(const std::string& chapter, const ProtobufCServiceDescriptor&
     }
 }
 
+/// What stands between the marks; empty without them.
+std::string ParameterTable(const std::string& page) {
+    const size_t mark = page.find("<!-- parameters: ");
+    const size_t end = page.find("<!-- end of parameters -->\n");
+    if (mark == std::string::npos || end == std::string::npos || end < mark) {
+        return "";
+    }
+    const size_t start = page.find('\n', mark) + 1;
+    return page.substr(start, end - start);
+}
+
+std::string OutputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    std::array<char, 4096> part{};
+    while (pipe != nullptr && fgets(part.data(), part.size(), pipe.get()) != nullptr) {
+        output += part.data();
+    }
+    return output;
+}
+
 }  // namespace
+
+TEST(IntegrationPage, TheParametersAreThoseOfTheService) {
+    const std::string known = OutputOf(ECALLUICTL " list --markdown");
+
+    ASSERT_THAT(known, testing::StartsWith("| no. |"));
+    EXPECT_EQ(known, ParameterTable(Page())) << "the table in docs/integration.md is out of date; renew it:\n"
+                                                "docs/renew-parameters " ECALLUICTL;
+}
 
 TEST(IntegrationPage, EveryQuotedTextIsInTheServicesSources) {
     const auto literals = Literals();

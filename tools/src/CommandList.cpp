@@ -62,14 +62,20 @@ std::string Code(const std::string& text) {
     return text.empty() ? "" : "`" + text + "`";
 }
 
+/// Without what all names in the interface begin with.
+std::string ShortInterfaceName(const ConfigurationField& field) {
+    const std::string name = InterfaceName(field);
+    return name.substr(name.find('_') + 1);
+}
+
 /// For the documents: nothing in it depends on a service.
 void ListMarkdown(Output& output) {
-    output.Line(Joined({"no.", "name", "type", "default", "range", "restart", "meaning"}));
-    output.Line("|---|---|---|---|---|---|---|");
+    output.Line(Joined({"no.", "name", "in the interface", "type", "default", "range", "restart", "meaning"}));
+    output.Line("|---|---|---|---|---|---|---|---|");
     for (const ConfigurationField* field : Listed()) {
         output.Line(
-            Joined({NumberText(*field), Code(field->key), TypeName(TypeOf(*field)), Code(ValueText(DefaultOf(*field))),
-                    RangeText(*field), RestartText(*field), field->meaning}));
+            Joined({NumberText(*field), Code(field->key), Code(ShortInterfaceName(*field)), TypeName(TypeOf(*field)),
+                    Code(ValueText(DefaultOf(*field))), RangeText(*field), RestartText(*field), field->meaning}));
     }
 }
 
