@@ -44,7 +44,7 @@ struct WhoRow {
 constexpr WhoRow kWhos[] = {
     {Who::Story, "story"},       {Who::Unit, "unit"},     {Who::Kernel, "kernel"},   {Who::Led, "led"},
     {Who::Line, "line"},         {Who::Relay, "relay"},   {Who::Antenna, "antenna"}, {Who::Rpc, "rpc"},
-    {Who::Location, "location"}, {Who::Script, "script"}, {Who::Trace, "trace"},
+    {Who::Location, "location"}, {Who::Script, "script"}, {Who::Tool, "tool"},       {Who::Trace, "trace"},
 };
 
 /// Lines that say more than their level.
@@ -184,6 +184,11 @@ int64_t Percent(uint64_t duty, uint64_t period) {
     return period == 0 ? 0 : std::llround(100.0 * static_cast<double>(duty) / static_cast<double>(period));
 }
 
+/// Of a program that people use beside the service.
+bool IsOfTool(const Entry& entry) {
+    return entry.subject == "ecalluictl";
+}
+
 AccountLine Line(const Entry& entry, Who who, std::string text) {
     return {.time = entry.time, .who = who, .text = std::move(text)};
 }
@@ -301,7 +306,11 @@ std::optional<AccountLine> Account::TellAny(const Entry& entry) {
         case Kind::Script:
             return TellScript(entry);
         case Kind::Process:
-            return Line(entry, Who::Unit, entry.subject + " " + entry.text);
+            return Line(entry, IsOfTool(entry) ? Who::Tool : Who::Unit, entry.subject + " " + entry.text);
+        case Kind::Console:  // the service's are in the trace too
+        case Kind::Stderr:
+            return IsOfTool(entry) && !entry.text.empty() ? std::optional(Line(entry, Who::Tool, entry.text))
+                                                          : std::nullopt;
         case Kind::RpcConnect:
             return RpcLine(entry, "client " + entry.text);
         case Kind::RpcRequest:
@@ -315,8 +324,6 @@ std::optional<AccountLine> Account::TellAny(const Entry& entry) {
         case Kind::Open:  // each line is opened anew for each use; the use itself is what counts
         case Kind::Read:
         case Kind::I2c:
-        case Kind::Console:  // the trace says the same
-        case Kind::Stderr:
         case Kind::Syslog:
             return std::nullopt;
     }

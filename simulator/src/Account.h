@@ -15,7 +15,7 @@
 #include "Journal.h"
 
 /// Whose doing a line of the account is.
-enum class Who { Story, Unit, Kernel, Led, Line, Relay, Antenna, Rpc, Location, Script, Trace };
+enum class Who { Story, Unit, Kernel, Led, Line, Relay, Antenna, Rpc, Location, Script, Tool, Trace };
 
 /// "led" and so on, at most 8 characters.
 const char* WhoName(Who who);

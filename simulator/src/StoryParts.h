@@ -47,5 +47,6 @@ Scene HangUpScene();
 // Stories with a file of their own, to be listed behind those of calls and devices.
 
 std::vector<Story> PositionStories();
+std::vector<Story> ParameterStories();
 
 #endif

@@ -41,6 +41,7 @@ const char* Colour(Who who) {
             return "\033[36m";
         case Who::Kernel:
         case Who::Script:
+        case Who::Tool:
         case Who::Unit:
             return "\033[34m";
         case Who::Trace:

@@ -233,7 +233,7 @@ Story Dtr() {
 const std::vector<Story>& Stories() {
     static const std::vector<Story> stories = [] {
         std::vector<Story> all{Crash(), Sos(), LongPress(), Bounce(), SelfTest(), PeerRestart(), LostIrq(), Dtr()};
-        for (const auto& more : {PositionStories()}) {
+        for (const auto& more : {PositionStories(), ParameterStories()}) {
             all.insert(all.end(), more.begin(), more.end());
         }
         return all;

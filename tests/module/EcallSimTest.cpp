@@ -137,8 +137,9 @@ TEST(EcallSim, ListsEveryStoryInOneLine) {
     for (std::string line; std::getline(lines, line);) {
         names.push_back(line.substr(0, line.find(' ')));
     }
-    EXPECT_THAT(names, testing::ElementsAre("crash", "sos", "long-press", "bounce", "selftest", "peer-restart",
-                                            "lost-irq", "dtr", "drive", "tunnel"));
+    EXPECT_THAT(names,
+                testing::ElementsAre("crash", "sos", "long-press", "bounce", "selftest", "peer-restart", "lost-irq",
+                                     "dtr", "drive", "tunnel", "parameters", "mic-test", "mic-source"));
 }
 
 TEST(EcallSim, HelpsOnStandardOutput) {
@@ -156,7 +157,7 @@ TEST(EcallSim, AnUnknownStoryIsRefusedWithTheKnownOnes) {
 
     EXPECT_THAT(simulator.Text(),
                 StartsWith("ecall-sim: no story is called \"crush\"; there are: crash sos long-press bounce "
-                           "selftest peer-restart lost-irq dtr drive tunnel\n"));
+                           "selftest peer-restart lost-irq dtr drive tunnel parameters mic-test mic-source\n"));
 }
 
 TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {

@@ -166,6 +166,36 @@ TEST(Stories, AReportOnTheReceptionThatIsRefusedLeavesTheNextOneOut) {
                                          "gnssAntennaConnection=Failed(1) gnssReceiverOperability=Success(0)\n"));
 }
 
+TEST(Stories, AParameterThatDoesNotReachTheFileIsMissed) {
+    Stage stage;
+    stage.module.root.MakeReadOnly("/data/etc/ecall");
+
+    EXPECT_FALSE(stage.Play("parameters"));
+
+    EXPECT_THAT(stage.account, HasSubstr("tool     LedEcallIdleBrightness1PerCent: 25 -> 50 %\n"));
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    story: The configuration file holds "
+                                         "\"LedEcallIdleBrightness1PerCent\":50,\n"));
+}
+
+TEST(Stories, AMicrophoneThatLeavesNoResultIsMissed) {
+    Stage stage;
+    stage.module.root.MakeReadOnly("/tmp");
+
+    EXPECT_FALSE(stage.Play("mic-test"));
+
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    tool: 12.5\n"));
+}
+
+TEST(Stories, AnAudioScriptThatIsNotThereIsMissedWithTheDigitalMicrophone) {
+    Stage stage;
+    stage.module.RemoveScript(file::kAudioScript);
+
+    EXPECT_FALSE(stage.Play("mic-source"));
+
+    EXPECT_THAT(stage.account, HasSubstr("EcallMicrophoneSource: 0 -> 1\n"));
+    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    script: launch-audio-for-ecall.sh start\n"));
+}
+
 TEST(Stories, AUnitThatIsNeverNotifiedIsMissed) {
     Stage stage;
     stage.peer.Answer(EcallMethod::Subscribe, {.code = 1});

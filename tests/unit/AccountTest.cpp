@@ -93,6 +93,19 @@ TEST(Account, ALedThatStaysOffIsToldDarkOnce) {
     EXPECT_THAT(teller.account.Settle(teller.now + 1s), IsEmpty());
 }
 
+TEST(Account, WhatAProgramBesideTheServicePrintsIsTold) {
+    Teller teller;
+
+    EXPECT_THAT(teller.Tell(Kind::Process, "ecalluictl", "started"), ElementsAre("tool: ecalluictl started"));
+    EXPECT_THAT(teller.Tell(Kind::Console, "ecalluictl", "LedPwmPeriodMs = 10 ms"),
+                ElementsAre("tool: LedPwmPeriodMs = 10 ms"));
+    EXPECT_THAT(teller.Tell(Kind::Stderr, "ecalluictl", "no service"), ElementsAre("tool: no service"));
+    EXPECT_THAT(teller.Tell(Kind::Console, "ecalluictl", ""), IsEmpty());
+    EXPECT_THAT(teller.Tell(Kind::Process, "ecalluictl", "exited 0"), ElementsAre("tool: ecalluictl exited 0"));
+    EXPECT_THAT(teller.Tell(Kind::Console, "XirEcallUIappSrvc", "InitGpio - Enter"), IsEmpty());
+    EXPECT_THAT(teller.Tell(Kind::Stderr, "XirEcallUIappSrvc", "complaint"), IsEmpty());
+}
+
 TEST(Account, LinesAreToldByWhatTheyDo) {
     Teller teller;
 

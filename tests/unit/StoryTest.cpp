@@ -84,7 +84,7 @@ TEST(Stories, HaveNamesOfTheirOwnAndSomethingToExpect) {
         EXPECT_FALSE(story.scenes.front().expected.empty());
         EXPECT_EQ(&story, FindStory(story.name));
     }
-    EXPECT_EQ(10U, names.size());
+    EXPECT_EQ(13U, names.size());
     EXPECT_EQ(nullptr, FindStory("crush"));
 }
 
