@@ -110,6 +110,7 @@ TEST_F(EcallUIDataParam, ATextIsReadWithoutItsTerminator) {
     int32_t number = 7;
     std::array<char, 128> text;
     text.fill('x');
+    text.back() = 0;
 
     EcallUIGetParameter(22, boolean, number, text.data());
 

@@ -93,7 +93,19 @@ TEST_F(EcallUIAppImpl, WithoutMemoryForTheVersionsCopyAnEmptyTextIsSent) {
     EXPECT_THAT(logged.Messages(), Contains("pVersion =  0.1.0-r1, V0.22 "));
 }
 
-TEST_F(EcallUIAppImpl, WithoutABufferForTheVersionAnEmptyTextIsAnswered) {
+TEST(EcallUIAppImplAlone, AResultThatIsKeptOutlivesItsRelease) {
+    EcallUI_Configuration = EcallUIConfiguration();
+    auto* const result = get_cfg_parameter_impl(nullptr, 22);
+    ASSERT_NE(nullptr, result);
+
+    EXPECT_EQ(2, result->retain(result));
+    EXPECT_EQ(1, result->release(result));
+    EXPECT_STREQ("DTR", result->paramValue.StrValue);
+    EXPECT_EQ(0, result->release(result));
+}
+
+// No server here: its thread would be out of memory, too.
+TEST(EcallUIAppImplAlone, WithoutABufferForTheVersionAnEmptyTextIsAnswered) {
     const CallFault fault("malloc", ENOMEM);
 
     const Logged logged = LogOf([&] {
@@ -105,16 +117,6 @@ TEST_F(EcallUIAppImpl, WithoutABufferForTheVersionAnEmptyTextIsAnswered) {
 
     EXPECT_THAT(logged.system, ElementsAre("5 Error malloc"));
     EXPECT_THAT(logged.Messages(), Not(Contains(HasSubstr("pVersion"))));
-}
-
-TEST_F(EcallUIAppImpl, AResultThatIsKeptOutlivesItsRelease) {
-    auto* const result = get_cfg_parameter_impl(nullptr, 22);
-    ASSERT_NE(nullptr, result);
-
-    EXPECT_EQ(2, result->retain(result));
-    EXPECT_EQ(1, result->release(result));
-    EXPECT_STREQ("DTR", result->paramValue.StrValue);
-    EXPECT_EQ(0, result->release(result));
 }
 
 // --- The server's start ---
