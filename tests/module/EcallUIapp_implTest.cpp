@@ -197,6 +197,19 @@ TEST(EcallUIAppImplOfTheService, EachFailureOfTheScriptIsAnsweredAlike) {
     EXPECT_EQ(MicReply(0, 3.5F), client.Call(kRunAnalogMicTest, "").payload);
 }
 
+TEST(EcallUIAppImplOfTheService, TheScriptInheritsNoConnection) {
+    ServiceWorld world;
+    world.module.SetScript(file::kMicrophoneTestScript, {.commands = "ls -l /proc/$$/fd > /tmp/descriptors"});
+    world.Start();
+    RawClient other(kUiPort);
+    EXPECT_EQ(kVersionReply, other.Call(kGetUiVersion, "").payload);
+
+    EXPECT_EQ(MicReply(0, 0), RawClient(kUiPort).Call(kRunAnalogMicTest, "").payload);
+
+    const std::string descriptors = world.module.root.ReadFile("/tmp/descriptors").value_or("");
+    EXPECT_THAT(descriptors, AllOf(HasSubstr(" 1 -> "), Not(HasSubstr("socket:"))));
+}
+
 TEST(EcallUIAppImplOfTheService, AMicrophoneTestWithoutAResultGoesWellWithTheValueZero) {
     ImplWorld world;
     world.StartAlone();
@@ -387,6 +400,8 @@ TEST(EcallUIAppImplOfTheService, ScriptsThatEndTheOtherWayRoundMayChangeTheirEnd
 
 namespace {
 
+constexpr size_t kModestMemory = size_t{32} << 20;
+
 /// One visit of such a client, which is gone at its end.
 void Misbehave(int kind) {
     const std::string request = FrameBytes({kGetUiVersion, kRequest, 0, 1, ""});
@@ -441,7 +456,7 @@ TEST(EcallUIAppImplOfTheService, HundredsOfClientsWithoutMannersLeaveNothingBehi
 
     const ProcessUsage after = world.module.Service().Usage();
     EXPECT_LE(after.descriptors, before.descriptors + 6);  // of the last visits, perhaps not seen yet
-    EXPECT_LT(after.residentBytes, before.residentBytes + size_t{4} * 1024 * 1024);
+    EXPECT_LT(after.residentBytes, before.residentBytes + kModestMemory / 4);
     EXPECT_TRUE(world.IsCrashReported());
 }
 
@@ -467,10 +482,31 @@ TEST(EcallUIAppImplOfTheService, ClientsThatStayAndNeverReadAreBounded) {
     EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
     const ProcessUsage full = world.module.Service().Usage();
     EXPECT_LE(full.descriptors, before.descriptors + 64);
-    EXPECT_LT(full.residentBytes, before.residentBytes + size_t{16} * 1024 * 1024);
+    EXPECT_LT(full.residentBytes, before.residentBytes + kModestMemory);
     EXPECT_TRUE(world.IsCrashReported());
     staying.clear();
     const auto served = [] { return RawClient(kUiPort).Call(kGetUiVersion, "").payload; };
     EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);  // the ends have been seen
     EXPECT_EQ(kVersionReply, served());
+}
+
+TEST(EcallUIAppImplOfTheService, AClientThatNeverReadsItsAnswersIsSentAway) {
+    ServiceWorld world;
+    world.Start();
+    world.AwaitRest();
+    RawClient polite(kUiPort);
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    const size_t before = world.module.Service().Usage().residentBytes;
+    std::string requests;
+    for (uint32_t id = 1; id <= 1000; ++id) {
+        requests += FrameBytes({kGetIEcallUIAppVersion, kRequest, 0, id, ""});
+    }
+
+    // The answers fill the sockets' buffers first, and then what the server keeps for a client.
+    RawClient(kUiPort).SendUntilEnd(requests, 2000);
+
+    EXPECT_EQ(kVersionReply, polite.Call(kGetUiVersion, "").payload);
+    EXPECT_LT(world.module.Service().Usage().residentBytes, before + kModestMemory);
+    world.module.journal.Await({.kind = Kind::Stderr, .contains = "it does not read, and too much waits for it"});
+    EXPECT_TRUE(world.IsCrashReported());
 }

@@ -135,6 +135,15 @@ void RawClient::Send(const std::string& bytes) {
     SendAll(connection, bytes);
 }
 
+void RawClient::SendUntilEnd(const std::string& bytes, int sends) {
+    for (int i = 0; i < sends; ++i) {
+        if (send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) {
+            return;
+        }
+    }
+    ADD_FAILURE() << "the server still takes everything";
+}
+
 uint32_t RawClient::Request(uint16_t method, const std::string& payload) {
     Send(FrameBytes({method, kRequest, 0, ++lastId, payload}));
     return lastId;

@@ -66,6 +66,8 @@ class RawClient {
     ~RawClient();
 
     void Send(const std::string& bytes);
+    /// Sends until the server has closed the connection; nothing is read meanwhile. Limited by the number of sends.
+    void SendUntilEnd(const std::string& bytes, int sends);
     /// Sends a request under the next id; answers that.
     uint32_t Request(uint16_t method, const std::string& payload);
     /// The next frame from the server.
