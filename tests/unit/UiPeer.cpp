@@ -10,6 +10,21 @@
 const PeerService kUiService{&com__vantu__ecalluiapp__iecall_uiapp__descriptor, kUiInterfaceVersion, 1,
                              "com.vantu.ecalluiapp.iecalluiapp"};
 
+namespace {
+
+/// The member that counts for a parameter that holds such a value.
+UiValue MemberLike(const UiValue& held, const Com__Vantu__Ecalluiapp__TCfgParamValue& triple) {
+    if (std::holds_alternative<bool>(held)) {
+        return triple.boolvalue != 0;
+    }
+    if (std::holds_alternative<int32_t>(held)) {
+        return triple.intvalue;
+    }
+    return std::string(triple.strvalue);
+}
+
+}  // namespace
+
 ProtoBytes TripleOf(const UiValue& value) {
     const auto* const boolean = std::get_if<bool>(&value);
     const auto* const number = std::get_if<int32_t>(&value);
@@ -77,12 +92,7 @@ std::string UiPeer::Set(const std::string& request) {
         nullptr, request.size(), reinterpret_cast<const uint8_t*>(request.data()));
     const std::lock_guard lock(mutex);
     UiValue& held = values.at(unpacked->cfgparamname);
-    UiValue value = unpacked->paramvalue->boolvalue != 0;
-    if (std::holds_alternative<int32_t>(held)) {
-        value = unpacked->paramvalue->intvalue;
-    } else if (std::holds_alternative<std::string>(held)) {
-        value = std::string(unpacked->paramvalue->strvalue);
-    }
+    const UiValue value = MemberLike(held, *unpacked->paramvalue);
     held = onSet ? onSet(value) : value;
     com__vantu__ecalluiapp__set_ui_cfg_parameter_request__free_unpacked(unpacked, nullptr);
     return ProtoBytes().Number(1, 0).bytes;
