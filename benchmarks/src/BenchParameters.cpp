@@ -85,6 +85,7 @@ void ReadAlone(Samples& samples) {
 void ReadTogether(Samples& samples) {
     const std::array<Reader, kClients> readers;
     std::vector<std::jthread> threads;
+    threads.reserve(readers.size());
     const Nanoseconds start = Now();
     for (const Reader& reader : readers) {
         threads.emplace_back([&reader] {
@@ -94,7 +95,7 @@ void ReadTogether(Samples& samples) {
         });
     }
     threads.clear();
-    samples.together.push_back((Now() - start) / (kClients * kReadsOfEach));
+    samples.together.push_back((Now() - start) / (Nanoseconds{kClients} * kReadsOfEach));
 }
 
 void Measure(Module& module, const std::string& program, const std::string& argument, Samples& samples) {
