@@ -105,12 +105,12 @@ void SetCanTriggerAutoEcall(uint8_t canTrigger) {
     SetUIStateAndUnlock(state);
 }
 
-/// seen: the state as it was read just before, without its lock.
-void RequestAutoEcall(const EcallUIState& seen) {
+/// seen: the state as it was read just before, without its lock. proxy: held; null when there is none.
+void RequestAutoEcall(const EcallUIState& seen, IEcallAppPubProxy* proxy) {
     if (seen.EcallAntennaSelected == 0) {
         SelectEcallAntenna();
     }
-    if (const int32_t result = XirEcallapp_triggerEcall(pProxyEcallapp.hold().get(), kAutomatic); result != 0) {
+    if (const int32_t result = XirEcallapp_triggerEcall(proxy, kAutomatic); result != 0) {
         EcallUITraceError("XirEcallapp_triggerEcall error :  srvcResult = %d", result);
         return;
     }
@@ -128,7 +128,7 @@ void CheckEmergencyAtStart() {
         return;
     }
     EcallUITrace("ecallEns_PwmRta = AIRBAG_SENSOR_AUTO_EMERGENCY_1KHZ ==> trigger an automatic ecall");
-    RequestAutoEcall(state);
+    RequestAutoEcall(state, pProxyEcallapp.hold().get());
 }
 
 void CheckSensorAtStart() {
@@ -159,11 +159,12 @@ void OnEmergency() {
     if (state.CanTriggerAutoEcall == 0) {
         return;
     }
-    if (pProxyEcallapp.hold() == nullptr) {
+    const EcallappHandle::Hold proxy = pProxyEcallapp.hold();
+    if (proxy == nullptr) {
         EcallUITraceError("pProxyEcallapp == NULL ==> do nothing");
         return;
     }
-    RequestAutoEcall(state);
+    RequestAutoEcall(state, proxy.get());
 }
 
 void OnLostInterrupt() {
@@ -396,8 +397,9 @@ void SendRtaDetectorErrorStatus(uint8_t rtaDetectorError) {
     EcallUITrace("SendRtaDetectorErrorStatus - Enter (RtaDetectorError=%d)", rtaDetectorError);
     TSelfTestAllDevicesState result = NothingTested();
     result.rtaDetectorOperability = rtaDetectorError != 0 ? TSelfTestDeviceState_Failed : TSelfTestDeviceState_Success;
-    if (pProxyEcallapp.hold() != nullptr && LastSelfTestState != TSelfTestState_Unknown) {
-        SendSelfTestResult(result);
+    const EcallappHandle::Hold proxy = pProxyEcallapp.hold();
+    if (proxy != nullptr && LastSelfTestState != TSelfTestState_Unknown) {
+        SendSelfTestResult(proxy.get(), result);
     } else {
         EcallUITrace(" ==> do nothing");
     }

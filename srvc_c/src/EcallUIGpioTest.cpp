@@ -120,8 +120,8 @@ TSelfTestAllDevicesState NothingTested() {
     };
 }
 
-void SendSelfTestResult(const TSelfTestAllDevicesState& result) {
-    const int32_t srvcResult = XirEcallapp_updateSelfTestAllDevicesState(pProxyEcallapp.hold().get(), &result);
+void SendSelfTestResult(IEcallAppPubProxy* proxy, const TSelfTestAllDevicesState& result) {
+    const int32_t srvcResult = XirEcallapp_updateSelfTestAllDevicesState(proxy, &result);
     if (srvcResult != 0) {
         EcallUITraceError("srvcResult ERROR  = %d !!!!!!", srvcResult);
     }
@@ -133,6 +133,6 @@ void RunSelfTest() {
     TestLoudspeaker(result);
     TestCrashSensor(result);
     TestAntenna(result);
-    SendSelfTestResult(result);
+    SendSelfTestResult(pProxyEcallapp.hold().get(), result);
     EcallUITrace("RunSelfTest - Exit");
 }

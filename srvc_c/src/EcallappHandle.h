@@ -16,7 +16,7 @@ class EcallappHandle {
     using Hold = std::shared_ptr<IEcallAppPubProxy>;
 
     /// The proxy, kept from its release for as long as the answer, or a copy of it, is kept: for one call, or for a
-    /// decision and its call. Any thread; not a proxy's dispatch thread, whose end the release waits for.
+    /// decision and its call. Any thread but the proxy's own dispatch thread, whose end the release waits for.
     Hold hold() const;
     /// Puts next, which may be null, in the place of the proxy before, waits until nobody holds that one, and answers
     /// it, for the caller to release. Waits as long as the calls under way take. Not while holding.
