@@ -49,6 +49,10 @@ enum TSelfTestDeviceState : uint32_t {
     TSelfTestDeviceState_NotHandled = 2
 };
 
+/// Kinds of XirEcallapp_triggerEcall.
+constexpr uint8_t kManualEcall = 0;
+constexpr uint8_t kAutomaticEcall = 1;
+
 /// Parameter of the eCall service that chooses its audio configuration: 1 the digital microphone, 0 the analog one.
 constexpr uint32_t APP_AUDIO_CONFIG_NUMBER = 53;
 

@@ -16,7 +16,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr uint8_t kManual = 0;
 constexpr milliseconds kPollPeriod{200};
 
 void RequestManualEcall() {
@@ -29,7 +28,7 @@ void RequestManualEcall() {
     EcallUIState state;
     GetUIStateAndLock(state, true);
     SelectAntenna(state);
-    XirEcallapp_triggerEcall(proxy.get(), kManual);
+    XirEcallapp_triggerEcall(proxy.get(), kManualEcall);
     SetUIStateAndUnlock(state);
 }
 
@@ -39,7 +38,7 @@ void PollButton() {
         return;
     }
     if (!EcallUI_Configuration.EcallButtonUsed) {
-        // At once, and again for as long as the button is held.
+        // Deliberately without a pause, however long the button is held: do not add one.
         EcallUITrace("EcallUI_Configuration.EcallButtonUsed == false ==> do nothing");
         return;
     }

@@ -35,9 +35,6 @@
 
 namespace {
 
-constexpr uint8_t kManual = 0;
-constexpr uint8_t kAutomatic = 1;
-
 constexpr std::size_t kDatagramSize = 512;
 constexpr uint32_t kAllGroups = 0xFFFFFFFF;
 // Room for some 150,000 small events. Only what is queued takes memory; the system cuts the wish to what it grants.
@@ -110,7 +107,7 @@ void RequestAutoEcall(const EcallUIState& seen, IEcallAppPubProxy* proxy) {
     if (seen.EcallAntennaSelected == 0) {
         SelectEcallAntenna();
     }
-    if (const int32_t result = XirEcallapp_triggerEcall(proxy, kAutomatic); result != 0) {
+    if (const int32_t result = XirEcallapp_triggerEcall(proxy, kAutomaticEcall); result != 0) {
         EcallUITraceError("XirEcallapp_triggerEcall error :  srvcResult = %d", result);
         return;
     }
@@ -211,7 +208,7 @@ void OnButton() {
         return;
     }
     SelectEcallAntenna();
-    XirEcallapp_triggerEcall(proxy.get(), kManual);
+    XirEcallapp_triggerEcall(proxy.get(), kManualEcall);
 }
 
 void HandleEvent(EcallHwEvent event) {

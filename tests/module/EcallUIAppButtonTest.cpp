@@ -40,12 +40,9 @@ void LetLooksFind(Unit& unit, std::vector<std::string> levels) {
     unit.journal.AwaitCount(count + 2, IsRead(line::kButton), unit.journal.Mark());
 }
 
-/// What the polling thread has said, in order.
+/// What the polling thread has said, in order, and in information form: the error form shows the source's whole path.
 Texts Said(Unit& unit, uint64_t from = 0) {
-    return unit.journal.Texts(
-        {.kind = Kind::Trace,
-         .also = [](const Entry& entry) { return entry.subject.ends_with("EcallUIAppButton.cpp"); }},
-        from);
+    return unit.journal.Texts({.kind = Kind::Trace, .subject = "EcallUIAppButton.cpp"}, from);
 }
 
 Texts AntennaSelections(Unit& unit, uint64_t from) {
@@ -180,6 +177,18 @@ TEST(EcallUIAppButton, ARefusedCallIsNotLookedAt) {
     EXPECT_THAT(unit.Triggers(), ElementsAre(kManualCall, kManualCall));
     unit.journal.AwaitCount(2, IsTraced(kActivated));
     EXPECT_THAT(Said(unit), ElementsAre(kActivated, kActivated));
+}
+
+// The notification wants the state that the polling thread keeps until it has its reply.
+TEST(EcallUIAppButton, ANotificationThatOvertakesTheReplyHoldsNobodyUp) {
+    Unit unit;
+    unit.Start(Polling());
+    unit.peer.Answer(EcallMethod::TriggerEcall, {.notifyFirst = true});
+
+    LetLooksFind(unit, {"1\n", "1\n", "0\n"});
+
+    EXPECT_THAT(unit.Triggers(), ElementsAre(kManualCall));
+    unit.journal.Await(IsTraced("TEcallappServiceState_ActiveManualECall (100)"));
 }
 
 TEST(EcallUIAppButton, TheStateIsKeptUntilTheServiceHasAnswered) {
