@@ -27,9 +27,10 @@ void Type(StoryWorld& world, const std::vector<std::string>& words) {
 /// Tells what the service's file holds of a field.
 void LookUpInFile(StoryWorld& world, const std::string& key) {
     std::istringstream file(world.module.root.ReadFile(file::kConfiguration).value_or(""));
+    const std::string member = "\"" + key + "\"";
     std::string found = "nothing of " + key;
     for (std::string line; std::getline(file, line);) {
-        found = line.find("\"" + key + "\"") == std::string::npos ? found : line;
+        found = line.find(member) == std::string::npos ? found : line;
     }
     std::erase(found, '\t');
     world.module.journal.Note("The configuration file holds " + found);

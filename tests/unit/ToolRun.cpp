@@ -113,7 +113,7 @@ std::string ToolProcess::Line() {
         }
         waiting.append(piece.data(), static_cast<size_t>(count));
     }
-    const std::string line = waiting.substr(0, waiting.find('\n'));
+    std::string line = waiting.substr(0, waiting.find('\n'));
     waiting.erase(0, line.size() + 1);
     return line;
 }

@@ -53,7 +53,7 @@ struct Served {
 
 /// A client of a peer that does step by step what the test says, on a thread of its own.
 struct Misled {
-    explicit Misled(std::function<void(RawPeer& peer)> steps) : thread([this, steps] { steps(peer); }) {}
+    explicit Misled(const std::function<void(RawPeer& peer)>& steps) : thread([this, steps] { steps(peer); }) {}
     ~Misled() { thread.join(); }
 
     RawPeer peer;

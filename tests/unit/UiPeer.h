@@ -32,6 +32,9 @@ class UiPeer {
   public:
     /// Holds the defaults, and does as it is told.
     UiPeer();
+    UiPeer(const UiPeer&) = delete;
+    UiPeer& operator=(const UiPeer&) = delete;
+    ~UiPeer() { server.Stop(); }  // before the values that its thread reads
 
     /// The value as the service has it; a number's or name's, as FindField knows them.
     UiValue Held(const std::string& name);
