@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "ConsoleWorld.h"
+#include "LocationPeer.h"
 
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -683,11 +684,15 @@ TEST(EcallUIConsoleEcall, AProxyThatCannotBeCreatedLeavesTheOneInUse) {
 
 namespace {
 
-/// At the eCall menu of a service with sensor and button, whose eCall service lives; there is much on the console.
+/// At the eCall menu of a service with sensor, button and positions, whose eCall service lives; there is much on the
+/// console.
 struct BusyMenu : ConsoleWorld {
+    LocationPeer locations{module.journal};
+
     BusyMenu() {
-        EXPECT_TRUE(peer.Start());
-        StartAsConfigured("");
+        EXPECT_TRUE(peer.Start() && locations.Start());
+        StartAsConfigured(R"("ConnectLocationService": true)");
+        EXPECT_TRUE(locations.AwaitRequests(LocationMethod::Subscribe, 1));
         AwaitReady();
         module.Service().Input("1\n");
     }
@@ -735,15 +740,21 @@ TEST(EcallUIConsoleEcall, AProxyThatComesAndGoesHarmsNobodyWhoUsesIt) {
     for (int round = 0; round < kRounds; ++round) {
         world.module.Service().Input(round % 2 == 0 ? "2\n1\n18\n" : "1\n18\n4\n8\n");
         world.module.SensorBecomes(SensorStatus::Emergency);
+        world.locations.Send({.latitude = 48.5, .valid = true});
         world.peer.RequestSelfTest();
         world.module.SensorBecomes(SensorStatus::Normal);
         world.peer.With([](EcallService& service) { service.state.selfTestState = ecall::kSelfTestUnknown; });
+        world.locations.Send({.latitude = 48.6, .valid = round % 3 == 0});
     }
     world.module.Service().Input("2\n1\n18\n77777x\n");
     journal.Await(IsWithinConsoleLine("getIntParam : *piVal = 77777 ==> bad parameter"));
 
-    // The event thread has come to the end of what was sent, and may call.
     const uint64_t mark = journal.Mark();
+    world.locations.Send({.latitude = 48.75, .valid = true});
+    Match forwarded = IsRpcRequest("updateGnssLocation");
+    forwarded.contains = "latitude=48.75";
+    journal.Await(forwarded, mark);
+    // The event thread has come to the end of what was sent, and may call.
     world.module.SensorBecomes(SensorStatus::Normal);
     journal.Await(IsTraced("AIRBAG_SENSOR_NORMAL"), mark);
     const size_t before = world.peer.Requests(EcallMethod::TriggerEcall);
