@@ -547,6 +547,8 @@ TEST(EcallUIConsoleEcall, AServiceThatIsGoneIsAnErrorUntilItIsBack) {
     Match subscribed = IsKind(Kind::RpcReply);  // the client repeats it by itself
     subscribed.subject = "subscribe";
     journal.Await(subscribed, mark);
+    world.peer.SetState({.serviceState = ecall::kBroken});  // once it is followed, the client knows its connection
+    journal.Await(IsTraced("TEcallappServiceState_Broken"), mark);
     world.module.Service().Input("50\n");
     journal.Await(IsWithinConsoleLine("Version = virtual module 1.0"), mark);
 }
@@ -727,8 +729,8 @@ TEST(EcallUIConsoleEcall, ACrashWithoutAProxyIsReportedOnceThereIsOneAndItIsSeen
 
     world.module.SensorBecomes(SensorStatus::Emergency);
     journal.Await(IsTraced("pProxyEcallapp == NULL ==> do nothing"));
-    world.module.Service().Input("1\n18\n");
     const uint64_t mark = journal.Mark();
+    world.module.Service().Input("1\n18\n");
     journal.Await(IsRpcRequest("subscribe"), mark);
 
     EXPECT_TRUE(world.IsCrashReported());
