@@ -1,5 +1,7 @@
 // The debug console: its menus, how it reads, and when it ends. Its two larger menus have tests of their own.
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <unistd.h>
 
 #include "ConsoleWorld.h"
 
@@ -168,12 +170,16 @@ void ExpectSleepAndWork(ServiceWorld& world, const ModuleProcess& service) {
 }
 
 /// Starts the service with -m by a shell that redirects its standard input so, and then becomes it.
+const ModuleProcess& StartRedirected(ServiceWorld& world, const std::string& redirection) {
+    const std::string service = world.module.root.Install(Module::ServiceProgram());
+    return world.module.Start("/bin/sh", {"-c", "exec " + service + " -m " + redirection});
+}
+
 void ExpectSleepAndWorkWith(const std::string& redirection) {
     ServiceWorld world;
     ASSERT_TRUE(world.peer.Start());
-    const std::string service = world.module.root.Install(Module::ServiceProgram());
 
-    const ModuleProcess& process = world.module.Start("/bin/sh", {"-c", "exec " + service + " -m " + redirection});
+    const ModuleProcess& process = StartRedirected(world, redirection);
 
     ExpectSleepAndWork(world, process);
     EXPECT_THAT(process.Output(), Not(HasSubstr("MAIN MENU")));
@@ -203,4 +209,44 @@ TEST(EcallUIConsole, TheMainThreadSleepsWithAnInputThatCannotBeRead) {
 
 TEST(EcallUIConsole, TheMainThreadSleepsWithAClosedInput) {
     ExpectSleepAndWorkWith("<&-");
+}
+
+namespace {
+
+/// Whoever holds its input open when it ends is hung up on.
+struct Terminal {
+    int keyboard = -1;
+    int input = -1;
+
+    Terminal() { EXPECT_EQ(0, openpty(&keyboard, &input, nullptr, nullptr, nullptr)); }
+    ~Terminal() {
+        close(keyboard);
+        close(input);
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    std::string Path() const { return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(input); }
+    void Type(const std::string& keys) const {
+        EXPECT_EQ(static_cast<ssize_t>(keys.size()), write(keyboard, keys.data(), keys.size()));
+    }
+};
+
+}  // namespace
+
+TEST(EcallUIConsole, IsDrivenFromATerminalUntilItsEndIsTyped) {
+    const Terminal terminal;
+    ServiceWorld world;
+    ASSERT_TRUE(world.peer.Start());
+    const ModuleProcess& process = StartRedirected(world, "<" + terminal.Path());
+
+    terminal.Type("1\n50\n");
+    world.module.journal.Await(IsWithinConsoleLine("Version = virtual module 1.0"));
+    terminal.Type("99\x7f\x7f");  // what is deleted is no command
+    terminal.Type("3 1\n");
+    world.module.journal.Await(IsWithinConsoleLine("XirEcallapp_triggerEcall : automatic = 1 "));
+    terminal.Type("\x04");
+
+    EXPECT_EQ(500ms, AwaitSleep(process, "XirEcallUIappSr"));
+    EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, 1));
 }
