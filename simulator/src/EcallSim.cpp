@@ -152,12 +152,12 @@ uint64_t AwaitStart(const Journal& journal) {
     started.also = [](const Entry& entry) {
         return (entry.kind == Kind::Console &&
                 entry.text.find("Wait for an event (blocking wait) ") != std::string::npos) ||
-               (entry.kind == Kind::Process && entry.text != "started");
+               (entry.kind == Kind::Process && entry.subject == "XirEcallUIappSrvc" && entry.text != "started");
     };
-    return journal.Await(started).seq;
+    return journal.Await(started).seq + 1;
 }
 
-/// What the service says while it starts is not shown: the person types after that.
+/// What the service says until it awaits events is not shown: the person types after that.
 int Console() {
     std::signal(SIGPIPE, SIG_IGN);  // the service may end while it is fed
     SetComplaintHandler(

@@ -1,5 +1,5 @@
 // The module's lines and devices by hand: a row per command.
-#include <string_view>
+#include <cstring>
 
 #include "EcallUIConsoleMenus.h"
 #include "EcallUIConsoleOutput.h"
@@ -15,23 +15,22 @@ constexpr int kNumberWidth = 6;
 struct GpioCommand {
     int32_t number;
     EcallGpioId line;  ///< for those that read or set one
-    std::string_view name;
-    std::string_view argument;  ///< as the menu shows it behind the name; empty: the command takes none
+    const char* name;
+    const char* argument;  ///< as the menu shows it behind the name; empty: the command takes none
     void (*run)(const GpioCommand& command, int32_t value);
 };
 
 void PrintEntry(const GpioCommand& command) {
-    const int nameWidth = static_cast<int>(command.name.size());
-    PrintLine("%2d  : %s%-*s", command.number, command.name.data(), kMenuWidth - kNumberWidth - nameWidth,
-              command.argument.data());
+    const int nameWidth = static_cast<int>(strlen(command.name));
+    PrintLine("%2d  : %s%-*s", command.number, command.name, kMenuWidth - kNumberWidth - nameWidth, command.argument);
 }
 
 void PrintValue(const GpioCommand& command, int32_t value) {
-    PrintLine("%s = %d \n", command.name.data(), value);
+    PrintLine("%s = %d \n", command.name, value);
 }
 
 void Read(const GpioCommand& command, int32_t /*value*/) {
-    PrintLine("%s : %d \n", command.name.data(), GpioRead(command.line));
+    PrintLine("%s : %d \n", command.name, GpioRead(command.line));
 }
 
 void Set(const GpioCommand& command, int32_t value) {
@@ -100,8 +99,8 @@ constexpr GpioCommand kCommands[] = {
 
 void Run(const GpioCommand& command, ConsoleInput& input) {
     int32_t value = 0;
-    if (!command.argument.empty() && !getIntParam(input, value)) {
-        PrintLine("%s needs 1 parameter :%s \n", command.name.data(), command.argument.data());
+    if (command.argument[0] != '\0' && !getIntParam(input, value)) {
+        PrintLine("%s needs 1 parameter :%s \n", command.name, command.argument);
         return;
     }
     command.run(command, value);

@@ -2,6 +2,7 @@
 // the line stays with the kernel.
 #include "EcallUIConsoleInput.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,12 +31,22 @@ bool IsDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
+/// True when a read that failed is worth another one. Waits for input where another process, which shares the terminal,
+/// has made reads not wait.
+bool CanReadAgain() {
+    if (errno == EAGAIN) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        return poll(&input, 1, -1) > 0 || errno == EINTR;
+    }
+    return errno == EINTR;
+}
+
 /// Answers false when nothing more will come.
 bool ReadCharacter(char& character) {
     ssize_t count = 0;
     do {
         count = read(STDIN_FILENO, &character, 1);
-    } while (count < 0 && errno == EINTR);
+    } while (count < 0 && CanReadAgain());
     return count == 1;
 }
 

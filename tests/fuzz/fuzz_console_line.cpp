@@ -32,7 +32,11 @@ IEcallAppPubProxy* SomeProxy() {
     return reinterpret_cast<IEcallAppPubProxy*>(&place);
 }
 
+int recordsGiven = 0;
+int recordsReleased = 0;
+
 int32_t Release(void* /*record*/) {
+    ++recordsReleased;
     return 0;
 }
 
@@ -41,6 +45,7 @@ int32_t Give(IEcallAppPubProxy* proxy, XirRecord<T>** out, const T& value) {
     static XirRecord<T> record;
     record = {value, nullptr, Release};
     *out = &record;
+    ++recordsGiven;
     return proxy == nullptr ? kRefused : 0;
 }
 
@@ -180,6 +185,7 @@ std::size_t RunLine(std::string_view text) {
     ConsoleInput input{line.data()};
     RunConsoleLine(input);
     Require(input.cursor <= input.line.size() + 1 && ConsoleMenu <= kConsoleGpioMenu);
+    Require(recordsReleased == recordsGiven);
     return end;
 }
 

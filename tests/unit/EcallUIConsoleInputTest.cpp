@@ -338,6 +338,14 @@ TEST(EcallUIConsoleInput, AnInterruptedReadLosesNothing) {
     EXPECT_EQ(10, fault.Calls());
 }
 
+TEST(EcallUIConsoleInput, AReadThatWouldNotWaitIsRepeatedWhenThereIsInput) {
+    const Input input("3 1\n2\n");
+    const CallFault fault("read", EAGAIN, {.path = "pipe:", .passing = 2, .failing = 3});
+
+    EXPECT_THAT(ReadLines(), ElementsAre("3 1\n", "2\n"));
+    EXPECT_EQ(10, fault.Calls());
+}
+
 TEST(EcallUIConsoleInput, AReadErrorEndsTheInput) {
     const Input input("3 1\n2\n");
     const CallFault fault("read", EIO, {.path = "pipe:", .passing = 2});
