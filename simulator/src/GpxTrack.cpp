@@ -63,6 +63,7 @@ struct NumberRow {
     double least;
     double most;
     const char* unit;
+    bool isWhole = false;
 };
 constexpr NumberRow kLatitude{"lat", -90, 90, "degrees"};
 constexpr NumberRow kLongitude{"lon", -180, 180, "degrees"};
@@ -70,7 +71,7 @@ constexpr NumberRow kElevation{"ele", -1000, 100'000, "metres"};
 constexpr NumberRow kGeoidHeight{"geoidheight", -200, 200, "metres"};
 constexpr NumberRow kHdop{"hdop", 0, 100, "(a dilution of precision)"};
 constexpr NumberRow kVdop{"vdop", 0, 100, "(a dilution of precision)"};
-constexpr NumberRow kSatellites{"sat", 0, 1000, "satellites"};
+constexpr NumberRow kSatellites{"sat", 0, 1000, "satellites", true};
 
 std::string Short(double number) {
     std::array<char, 32> text{};
@@ -91,6 +92,9 @@ double ReadNumber(const Source& source, const pugi::xml_node& node, const Number
         Refuse(source, node,
                std::string(row.name) + " is " + Quote(text) + "; it must lie from " + Short(row.least) + " to " +
                    Short(row.most) + " " + row.unit);
+    }
+    if (row.isWhole && std::floor(number) < number) {
+        Refuse(source, node, std::string(row.name) + " is " + Quote(text) + "; write a whole number of " + row.unit);
     }
     return number;
 }

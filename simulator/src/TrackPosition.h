@@ -12,8 +12,8 @@ std::chrono::milliseconds TrackDuration(const GpxTrack& track);
 
 /// How far a vehicle has come.
 struct Progress {
-    std::chrono::milliseconds driven{
-        0};                              ///< along the track, from its first point; beyond its last one it stands there
+    /// Along the track, from its first point; beyond its last one it stands there.
+    std::chrono::milliseconds driven{0};
     std::chrono::milliseconds stood{0};  ///< time that it stood on the way, beside what the track itself stands
     bool stands = false;                 ///< now
 };

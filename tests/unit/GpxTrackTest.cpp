@@ -174,6 +174,8 @@ TEST(GpxTrack, EveryErrorNamesFileLineValueAndRemedy) {
          "t.gpx, line 4: vdop is \"101\"; it must lie from 0 to 100 (a dilution of precision)"},
         {Track(Point("1", "2", kNoon, "<sat>-3</sat>")),
          "t.gpx, line 4: sat is \"-3\"; it must lie from 0 to 1000 satellites"},
+        {Track(Point("1", "2", kNoon, "<sat>7.5</sat>")),
+         "t.gpx, line 4: sat is \"7.5\"; write a whole number of satellites"},
         {Track(Point("1", "2", kNoon, "<fix>good</fix>")),
          "t.gpx, line 4: fix is \"good\"; it must be none, 2d, 3d, dgps or pps"},
         {Track("<trkpt lat=\"1\" lon=\"2\"/>"),
