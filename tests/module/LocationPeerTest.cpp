@@ -328,9 +328,12 @@ TEST_F(LocationPeerTest, ARestartedServiceHasForgottenItsSubscribersButNotItsPos
     EXPECT_FALSE(LocationClient().IsConnected());
     ASSERT_TRUE(peer.Start());
     LocationClient after;
-    peer.Send({.latitude = 2});
 
     EXPECT_EQ(std::string("responsecode=0 ") + kDistinctText, after.LastKnown());
+    peer.Send({.latitude = 2});
+    after.Subscribe(kLocation);  // its reply is what comes next
+    peer.Send({.latitude = 3});
+    EXPECT_THAT(after.ReadLocation(), HasSubstr(" latitude=3 "));
 }
 
 TEST_F(LocationPeerTest, ItDrivesAlongATrackSecondBySecondAndStandsAtItsEnd) {
