@@ -1,6 +1,6 @@
 // Two threads: positions are forwarded as they come, on the location proxy's dispatch thread; the GNSS thread only
 // watches that they do come. What they share, and share with the self-test worker, is without a lock: at worst one
-// report comes late or twice.
+// report comes late, twice or, requested while an earlier one is under way, not at all.
 #include "EcallUIAppGnss.h"
 
 #include <chrono>
@@ -22,17 +22,18 @@ constexpr uint64_t kMillisecondsPerSecond = 1000;
 Relaxed<uint32_t> PositionCount{0};  ///< positions that came, forwarded or not
 Relaxed<uint32_t> LastGnssIntegrity{TSelfTestDeviceState_NotHandled};
 
-bool IsSent(int32_t srvcResult) {
+void TraceFailure(int32_t srvcResult) {
     if (srvcResult != 0) {
         EcallUITraceError("srvcResult ERROR  = %d !!!!!!", srvcResult);
     }
-    return srvcResult == 0;
 }
 
-/// The request is answered also by a report that fails.
+/// The request is answered also by a report that fails; one that comes during the report is lost with it.
 void SendGnssReport(IEcallAppPubProxy* proxy, bool isValid) {
     const TSelfTestAllDevicesState report = GnssReport(isValid);
-    if (IsSent(XirEcallapp_updateSelfTestAllDevicesState(proxy, &report))) {
+    const int32_t srvcResult = XirEcallapp_updateSelfTestAllDevicesState(proxy, &report);
+    TraceFailure(srvcResult);
+    if (srvcResult == 0) {
         LastGnssIntegrity = report.gnssParametersIntegrity;
     }
     GnssReportRequest = 0;
@@ -45,7 +46,7 @@ void SendPosition(IEcallAppPubProxy* proxy, const TLocation& location) {
                  static_cast<unsigned long long>(location.receive_timestamp),
                  static_cast<unsigned long long>(location.timestamp));
     EcallUITrace("location_cb: ==> XirEcallapp_updateGnssLocation : isValid = %d", position.isValid);
-    IsSent(XirEcallapp_updateGnssLocation(proxy, &position));
+    TraceFailure(XirEcallapp_updateGnssLocation(proxy, &position));
 }
 
 /// The proxy is kept for the whole process, also when the subscription is refused.
@@ -69,7 +70,7 @@ void ReportNoPosition() {
         return;
     }
     const TSelfTestAllDevicesState report = NoPositionReport();
-    IsSent(XirEcallapp_updateSelfTestAllDevicesState(proxy.get(), &report));
+    TraceFailure(XirEcallapp_updateSelfTestAllDevicesState(proxy.get(), &report));
 }
 
 [[noreturn]] void WatchPositions() {
