@@ -9,6 +9,7 @@
 
 #include "EcallPeer.h"
 #include "Module.h"
+#include "ServiceWorld.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -18,22 +19,10 @@ namespace {
 
 constexpr uint32_t kAudioConfiguration = 53;
 
-Match IsTracedAs(std::string wholeMessage) {
-    Match match = IsKind(Kind::Trace);
-    match.text = std::move(wholeMessage);
-    return match;
-}
-
 /// The bare file name shows that it is no report of a failure.
 Match IsSaidAs(std::string wholeMessage) {
     Match match = IsTracedAs(std::move(wholeMessage));
     match.subject = "EcallUIAppConnect.cpp";
-    return match;
-}
-
-Match IsInSyslogAs(std::string wholeMessage) {
-    Match match = IsKind(Kind::Syslog);
-    match.text = std::move(wholeMessage);
     return match;
 }
 

@@ -36,22 +36,17 @@ Match IsOf(const char* peer, Match match) {
     return match;
 }
 
-Match IsRpcReply(std::string method) {
-    Match match = IsKind(Kind::RpcReply);
-    match.subject = std::move(method);
+/// Said for information: a failure shows the whole path of the source.
+Match IsSaidAs(std::string message) {
+    Match match = IsTracedAs(std::move(message));
+    match.subject = "EcallUIAppGnss.cpp";
     return match;
 }
 
-Match IsTracedAs(std::string wholeMessage) {
-    Match match = IsKind(Kind::Trace);
-    match.text = std::move(wholeMessage);
-    return match;
-}
-
-Match IsInSyslogAs(std::string wholeMessage) {
-    Match match = IsKind(Kind::Syslog);
-    match.text = std::move(wholeMessage);
-    return match;
+/// Said of each position before it is sent.
+Match IsForwarding(bool isValid) {
+    return IsSaidAs(std::string("location_cb: ==> XirEcallapp_updateGnssLocation : isValid = ") +
+                    (isValid ? "1" : "0"));
 }
 
 /// A position with a value of its own in each field that is forwarded, and in each that is not.
@@ -134,13 +129,20 @@ class EcallUIAppGnss : public testing::Test {
         unit.Start(members);
     }
     Entry AwaitSubscription(uint64_t from = 0) {
-        return journal.Await(IsOf("LocationProvider", IsRpcReply("subscribe")), from);
+        return journal.Await(IsOf("LocationProvider", IsReplyTo("subscribe")), from);
+    }
+    /// Restarts the location service, and waits until it is found again.
+    void AwaitReconnection() {
+        location.Stop();
+        const uint64_t mark = journal.Mark();
+        ASSERT_TRUE(location.Start());
+        journal.Await({.kind = Kind::RpcConnect, .peer = "LocationProvider", .text = "connected"}, mark);
     }
     /// One position, and waits until the eCall service has answered what it was sent of it.
     void Drive(bool isValid) {
         const uint64_t mark = journal.Mark();
         location.Send(Somewhere(isValid));
-        journal.Await(IsRpcReply("updateGnssLocation"), mark);
+        journal.Await(IsReplyTo("updateGnssLocation"), mark);
     }
     /// One more self-test, until its end: the next position is to report.
     void TestItself() {
@@ -179,7 +181,7 @@ class EcallUIAppGnss : public testing::Test {
         EXPECT_THAT(traced.subject, EndsWith("srvc_c/src/EcallUIAppGnss.cpp"));
     }
     void ExpectThreadEnds() {
-        journal.Await(IsTracedAs("Thread_GNSS, exit"));
+        journal.Await(IsSaidAs("Thread_GNSS, exit"));
         EXPECT_TRUE(Becomes([this] { return TaskNamed(unit.module.Service(), kThread).empty(); }));
     }
 
@@ -233,8 +235,7 @@ TEST_F(EcallUIAppGnss, TheReceiverIsSwitchedOnBeforeThePositionsAreSubscribed) {
     EXPECT_LT(asked.seq, subscribed.seq);
     EXPECT_EQ("messageid=3 clientName=\"LocationProviderClient\"", subscribed.text);
     EXPECT_EQ(1U, location.Requests(LocationMethod::Subscribe));  // and nothing of the provider's states
-    const Entry entered = journal.Await(IsTracedAs("Thread_GNSS, enter"));
-    EXPECT_EQ("EcallUIAppGnss.cpp", entered.subject);
+    journal.Await(IsSaidAs("Thread_GNSS, enter"));
     EXPECT_EQ(kWatchPeriod, AwaitSleep(unit.module.Service(), kThread));
     EXPECT_EQ(0U, journal.Count(IsTraced("Thread_GNSS, exit")));
 }
@@ -295,6 +296,7 @@ TEST_F(EcallUIAppGnss, ARefusedSubscriptionEndsTheThreadAndNothingElse) {
     location.Send(Somewhere());
     ExpectCrashReported();
 
+    AwaitReconnection();  // by the thread that would have forwarded it
     EXPECT_EQ(1U, location.Requests(LocationMethod::Subscribe));
     EXPECT_THAT(Forwarded(), IsEmpty());
 }
@@ -323,11 +325,9 @@ TEST_F(EcallUIAppGnss, APositionArrivesWithItsTwelveFields) {
         EXPECT_EQ(2.5F, position.coursemagneticaccuracy);
     });
     const Entry times =
-        journal.Await(IsTracedAs("local_timestamp = 1699999999111, receive_timestamp = 1699999999999, timestamp = "
-                                 "18446744073709551615"));
-    const Entry forwarding = journal.Await(IsTracedAs("location_cb: ==> XirEcallapp_updateGnssLocation : isValid = 1"));
-    EXPECT_EQ("EcallUIAppGnss.cpp", times.subject);
-    EXPECT_EQ("EcallUIAppGnss.cpp", forwarding.subject);
+        journal.Await(IsSaidAs("local_timestamp = 1699999999111, receive_timestamp = 1699999999999, timestamp = "
+                               "18446744073709551615"));
+    const Entry forwarding = journal.Await(IsForwarding(true));
     EXPECT_LT(times.seq, forwarding.seq);
 }
 
@@ -340,7 +340,7 @@ TEST_F(EcallUIAppGnss, InvalidPositionsAreForwardedLikeValidOnesAndNoReportComes
 
     EXPECT_THAT(Forwarded(), ElementsAre("position 1", "position 0", "position 0", "position 1", "position 0"));
     unit.peer.With([](EcallService& service) { EXPECT_EQ(48.8566140123, service.before.front().latitude); });
-    journal.Await(IsTracedAs("location_cb: ==> XirEcallapp_updateGnssLocation : isValid = 0"));
+    journal.Await(IsForwarding(false));
 }
 
 TEST_F(EcallUIAppGnss, ARefusedPositionIsDroppedAndTheNextOneComes) {
@@ -361,9 +361,10 @@ TEST_F(EcallUIAppGnss, PositionsAreDroppedWhileTheEcallServiceIsGone) {
     const uint64_t gone = journal.Mark();
 
     location.Send(Somewhere(true));
-    ExpectFailureSaid("srvcResult ERROR  = -12 !!!!!!", gone);
+    const Entry forwarding = journal.Await(IsForwarding(true), gone);
+    journal.Await(IsTracedAs("srvcResult ERROR  = -12 !!!!!!"), forwarding.seq);  // not that of the watch
     ASSERT_TRUE(unit.peer.Start());
-    journal.Await(IsOf("IEcallApp", IsRpcReply("subscribe")), gone);
+    journal.Await(IsOf("IEcallApp", IsReplyTo("subscribe")), gone);
     Drive(false);
 
     EXPECT_THAT(Forwarded(), ElementsAre("position 0"));
@@ -397,15 +398,16 @@ TEST_F(EcallUIAppGnss, WithoutEcallServiceNothingIsSentAndTheWatchGoesOn) {
 
     location.Send(Somewhere(true));
     location.Send(Somewhere(false));
+    location.Send(Somewhere(true));
     const auto received = IsWithinConsoleLine("dispatchNonRpcMessage - notification received (method_index=3)");
-    journal.AwaitCount(2, received);
+    const Entry third = journal.AwaitCount(3, received).back();  // the two before it are done with
     unit.Announce("EVENT=EMERGENCY");
 
     EXPECT_THAT(journal.Texts(IsTraced("pProxyEcallapp == NULL")),
                 ElementsAre("pProxyEcallapp == NULL ==> do nothing"));
     EXPECT_EQ(0U, journal.Count(IsOf("IEcallApp", IsKind(Kind::RpcConnect))));
-    EXPECT_EQ(0U, journal.Count(IsTraced("srvcResult ERROR")));
-    EXPECT_EQ(0U, journal.Count(IsTraced("location_cb")));
+    EXPECT_EQ(0U, journal.Count(IsWithinConsoleLine("srvcResult ERROR"), 0, third.seq + 1));
+    EXPECT_EQ(0U, journal.Count(IsWithinConsoleLine("location_cb"), 0, third.seq + 1));
 }
 
 // --- Reports ---
@@ -476,32 +478,47 @@ TEST_F(EcallUIAppGnss, WithoutPositionsEachTenSecondsAreReportedAlsoAfterAFailed
     const Entry subscribed = AwaitSubscription();
 
     const Entry first = AwaitNoPositionReport();
-    const Entry firstReply = journal.Await(IsRpcReply(first.subject), first.seq);
+    const Entry firstReply = journal.Await(IsReplyTo(first.subject), first.seq);
     unit.peer.Answer(EcallMethod::UpdateSelfTestAllDevicesState, {.code = 7});
     const Entry second = AwaitNoPositionReport(first.seq + 1);
+    const Entry secondReply = journal.Await(IsReplyTo(second.subject), second.seq);
     ExpectFailureSaid("srvcResult ERROR  = 7 !!!!!!");
-    std::this_thread::sleep_for(3s);  // well into the next ten
-    const auto driven = journal.Now();
-    const uint64_t mark = journal.Mark();
+    AwaitSleep(unit.module.Service(), kThread);
+    Drive(true);
     Drive(false);
-    const Entry third = AwaitNoPositionReport(journal.Await(IsRpcReply("updateGnssLocation"), mark).seq);
+    const Entry third = AwaitNoPositionReport(second.seq + 1);
 
-    // From an answer, or from a position: a request may be seen late, but is never made early.
+    // From an answer: a request may be seen late, but is never made early.
     EXPECT_GE(first.time - subscribed.time, kWatchPeriod);
     EXPECT_GE(second.time - firstReply.time, kWatchPeriod);
-    EXPECT_GE(third.time - driven, kWatchPeriod);
-    EXPECT_THAT(Forwarded(), ElementsAre("position 0"));
+    EXPECT_GE(third.time - secondReply.time, 2 * kWatchPeriod);
+    EXPECT_THAT(Forwarded(), ElementsAre("position 1", "position 0"));
 }
 
-TEST_F(EcallUIAppGnss, OnePositionIsEnoughForTheFirstTenSeconds) {
+TEST_F(EcallUIAppGnss, OnePositionIsEnoughForTheFirstTenSecondsAlsoWhenItIsNotAnswered) {
     Start();
-    std::this_thread::sleep_for(3s);
-    const auto driven = journal.Now();
-    Drive(true);
+    const Entry subscribed = AwaitSubscription();
+    unit.peer.Answer(EcallMethod::UpdateGnssLocation, {.held = true});
+    location.Send(Somewhere());
 
     const Entry report = AwaitNoPositionReport();
 
-    EXPECT_GE(report.time - driven, kWatchPeriod);
+    EXPECT_GE(report.time - subscribed.time, 2 * kWatchPeriod);
+}
+
+TEST_F(EcallUIAppGnss, ARequestedReportAndTheLastValidityOutliveTheWatchsReports) {
+    Start();
+    TestItself();
+    const uint64_t mark = journal.Mark();
+
+    const Entry first = AwaitNoPositionReport(mark);
+    AwaitSleep(unit.module.Service(), kThread);  // the report is over
+    Drive(true);
+    AwaitNoPositionReport(first.seq + 1);
+    AwaitSleep(unit.module.Service(), kThread);
+    Drive(false);
+
+    EXPECT_THAT(Forwarded(mark), ElementsAre(kValidReport, "position 1", kInvalidReport, "position 0"));
 }
 
 // --- Crashes ---
@@ -529,12 +546,15 @@ TEST_F(EcallUIAppGnss, APositionThatTheEcallServiceDoesNotAnswerHoldsNoCrashBack
     location.Send(Somewhere(true));
     location.Send(Somewhere(false));
     ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::UpdateGnssLocation, 1));
+    journal.Await(IsForwarding(true));
     ExpectCrashReported();
     unit.peer.Answer(EcallMethod::UpdateGnssLocation, {});
     EXPECT_EQ(1U, unit.peer.Release());
     ASSERT_TRUE(unit.peer.AwaitRequests(EcallMethod::UpdateGnssLocation, 2));
 
     EXPECT_THAT(Forwarded(), ElementsAre("position 1", "position 0"));
+    journal.Await(IsForwarding(false));
+    EXPECT_EQ(0U, journal.Count(IsTraced("srvcResult ERROR")));  // the first was not given up
 }
 
 }  // namespace

@@ -27,12 +27,6 @@ Match IsScript(std::string partOfText) {
     return match;
 }
 
-Match IsReplyTo(std::string method) {
-    Match match = IsKind(Kind::RpcReply);
-    match.subject = std::move(method);
-    return match;
-}
-
 /// The end of a notification's handling; trace file and console come by different roads.
 const Match kExits[] = {IsTraced("SetGpioServiceState - exit"), IsWithinConsoleLine("SetGpioServiceState - exit")};
 

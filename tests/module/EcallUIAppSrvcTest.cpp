@@ -13,6 +13,7 @@
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
@@ -295,9 +296,10 @@ TEST(EcallUIAppSrvc, TheRelaysTimerIsWatchedByOneThreadMore) {
     EXPECT_TRUE(AwaitThreads(world.module.Service(), 6));
 }
 
-TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {
+TEST(EcallUIAppSrvc, EveryThreadOfTheServiceStageStartsBeforeTheAntennaIsDriven) {
     ServiceWorld world;
-    world.Configure(R"("ConnectEcallService": false)");
+    world.Configure(
+        R"("ConnectEcallService": false, "ConnectLocationService": true, "EcallButtonPullingDetectionMode": true)");
     std::promise<void> looked;
     // The main thread's first write is held until the test has looked.
     world.module.attributes.OnWrite(line::kAntennaNumber,
@@ -305,12 +307,33 @@ TEST(EcallUIAppSrvc, WorkerAndEventThreadStartBeforeTheAntennaIsDriven) {
 
     world.module.StartService();
 
-    EXPECT_TRUE(world.module.journal.WaitFor(IsOnConsole("Thread_GPIO_UEVNET - Enter")));
+    EXPECT_TRUE(world.module.journal.WaitFor(IsWithinConsoleLine("Thread_GPIO_UEVNET - Enter")));
     // A thread may run before its starter, the main thread, has named it: the antenna's open comes after that.
     EXPECT_TRUE(world.module.journal.WaitFor(IsOpened(line::kAntennaNumber)));
-    EXPECT_THAT(ThreadNames(world.module.Service()), IsSupersetOf({"SelfTest", "Thread_GPIO_UEV"}));
+    EXPECT_THAT(ThreadNames(world.module.Service()),
+                IsSupersetOf({"SelfTest", "ButtonPolling", "Thread_GNSS", "Thread_GPIO_UEV"}));
     looked.set_value();
     world.AwaitReady();
+}
+
+TEST(EcallUIAppSrvc, ThreadsThatCannotBeStartedAreSaidAndStartUpGoesOn) {
+    ServiceWorld world;
+    world.Configure(
+        R"("ConnectEcallService": false, "ConnectLocationService": true, "EcallButtonPullingDetectionMode": true)");
+    const std::string service = world.module.root.Install(Module::ServiceProgram());
+
+    // No address space has room for such a stack (200 TB), and a thread is given one.
+    world.module.Start("/bin/sh", {"-c", "ulimit -s 200000000000; exec " + service});
+
+    uint64_t after = 0;
+    for (const std::string name : {"SelfTest", "ButtonPolling", "Thread_GNSS"}) {
+        const std::string message = "Cannot start the thread " + name + " (Resource temporarily unavailable)";
+        const Entry traced = world.module.journal.Await(IsTracedAs(message), after);
+        EXPECT_THAT(traced.subject, EndsWith("srvc_c/src/EcallUIAppSrvc.cpp"));
+        world.module.journal.Await(IsInSyslogAs(message));
+        after = traced.seq;
+    }
+    world.module.journal.Await(IsTraced("InitGpio - exit"), after);
 }
 
 TEST(EcallUIAppSrvc, TheMainThreadSleepsInStepsOf500Milliseconds) {
@@ -362,6 +385,28 @@ TEST(EcallUIAppSrvc, ASelfTestThatIsAskedForIsRunAndReported) {
     world.peer.RequestSelfTest();
 
     EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::UpdateSelfTestAllDevicesState, 1));
+}
+
+TEST(EcallUIAppSrvc, APositionDuringASelfTestIsReportedAtOnce) {
+    ServiceWorld world;
+    Journal& journal = world.module.journal;
+    LocationPeer positions(journal);
+    ASSERT_TRUE(positions.Start());
+    world.Configure(R"("ConnectLocationService": true)");
+    world.Start();
+    AwaitSleep(world.module.Service(), "Thread_GNSS");  // it has subscribed
+    HoldSelfTests(world.module);
+    world.peer.RequestSelfTest();
+    journal.Await(IsTraced("RunSelfTest - Enter"));
+
+    positions.Send({.valid = true});
+
+    Match isReport = IsRpcRequest("updateSelfTestAllDevicesState");
+    isReport.contains = "gnssParametersIntegrity=Success(0)";
+    journal.Await(isReport);
+    EXPECT_EQ(0U, journal.Count(IsTraced("RunSelfTest - Exit")));
+    world.module.root.WriteFile(kGo, "");
+    journal.Await(IsTraced("RunSelfTest - Exit"));
 }
 
 TEST(EcallUIAppSrvc, ARequestDuringASelfTestIsAnsweredByThatTest) {

@@ -17,6 +17,18 @@
 
 using namespace std::chrono_literals;
 
+Match IsTracedAs(std::string message) {
+    return {.kind = Kind::Trace, .text = std::move(message)};
+}
+
+Match IsInSyslogAs(std::string message) {
+    return {.kind = Kind::Syslog, .text = std::move(message)};
+}
+
+Match IsReplyTo(std::string method) {
+    return {.kind = Kind::RpcReply, .subject = std::move(method)};
+}
+
 void ServiceWorld::Configure(const std::string& members) {
     module.root.WriteFile(file::kConfiguration, "{" + members + "}");
 }

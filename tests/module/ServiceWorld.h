@@ -31,6 +31,11 @@ struct ServiceWorld {
     void AwaitSystemLog();
 };
 
+// The whole message, or the whole name of the method.
+Match IsTracedAs(std::string message);
+Match IsInSyslogAs(std::string message);
+Match IsReplyTo(std::string method);
+
 /// What a thread of the service sleeps for, once it sleeps; waits for that. name: as the kernel shows it.
 std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name);
 

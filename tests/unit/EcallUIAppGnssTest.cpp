@@ -15,7 +15,6 @@
 #include "Scarcity.h"
 #include "ServiceTest.h"
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -193,7 +192,7 @@ TEST(EcallUIAppGnss, WithoutADispatchThreadTheGnssThreadEnds) {
 
     EXPECT_EQ(0, ended.signal);
     EXPECT_EQ("Thread_GNSS, enter", ended.logged.Messages().at(0));
-    EXPECT_THAT(ended.logged.system, Contains("5 " + error));
+    EXPECT_THAT(ended.logged.system, ElementsAre("5 Unable to open 10 pin value file\n", "5 " + error));
     const std::vector<std::string> messages = ended.logged.Messages();
     ASSERT_LE(2U, messages.size());
     EXPECT_THAT(std::vector(messages.end() - 2, messages.end()), ElementsAre(error, "Thread_GNSS, exit"));
