@@ -437,7 +437,7 @@ TEST_P(LocationProviderSlot, AMissingReplyToASubscriptionIsNotConnected) {
 
 TEST_P(LocationProviderSlot, WithoutConnectionNothingIsRegistered) {
     peer.Stop();
-    EXPECT_EQ(-12, loc_close(proxy));  // now the loss is known
+    AwaitLost(proxy);
 
     EXPECT_EQ(-12, GetParam().enroll(proxy));
 
