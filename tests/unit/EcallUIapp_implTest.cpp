@@ -55,7 +55,7 @@ class EcallUIAppImpl : public testing::Test {
 TEST_F(EcallUIAppImpl, WithoutMemoryForARecordARequestIsRefused) {
     const NoRecordMemory none(0);
 
-    for (const UiMethod method : {kGetUiCfgParameter, kGetUiVersion}) {
+    for (const UiMethod method : {kGetUiCfgParameter, kGetUiVersion, kRunAnalogMicTest}) {
         const RawFrame reply = Call(method, method == kGetUiCfgParameter ? UiGetRequest(7) : "");
         EXPECT_EQ(kRefused, reply.status);
         EXPECT_EQ("", reply.payload);
