@@ -11,7 +11,6 @@ using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 namespace {

@@ -8,11 +8,9 @@
 
 #include "UiFields.h"
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::Not;
 using testing::SizeIs;
 
 namespace {

@@ -7,8 +7,6 @@
 
 #include "Failure.h"
 
-using testing::HasSubstr;
-
 namespace {
 
 const ConfigurationField& Field(const char* name) {
