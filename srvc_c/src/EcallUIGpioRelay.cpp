@@ -40,7 +40,7 @@ void RunAudioScript(const char* action) {
                .argument = action,
                .action = action,
                .resultFile = nullptr,
-               .end = ScriptEnd::AnyChilds});
+               .end = ScriptEnd::AnyChild});
 }
 
 /// Makes the timer on first use. Of two threads that come here at once one keeps its timer, the other drops its own.

@@ -389,6 +389,16 @@ TEST(EcallUIGpioRelay, ScriptRunsWithoutItsFailurePipe) {
                                           Contains("Child process exited with status 0")));
 }
 
+TEST(EcallUIGpioRelay, AnInterruptedWaitGoesOn) {
+    Module module;
+    module.SetScript(file::kAudioScript, {.exitStatus = 3});
+
+    const Performed performed = Perform(module, {"fail wait " + std::to_string(EINTR), "ControlAudioRelay 1"});
+
+    EXPECT_THAT(performed.messages,
+                AllOf(Contains("Child process exited with status 768"), Not(Contains(HasSubstr("wait() failed")))));
+}
+
 TEST(EcallUIGpioRelay, ChildThatSomebodyElseWaitedForIsSaidSo) {
     Module module;
 

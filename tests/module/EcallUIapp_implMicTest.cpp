@@ -175,27 +175,44 @@ TEST(EcallUIAppImplMic, AnotherChildThatHasEndedIsNotTakenForTheScript) {
     EXPECT_THAT(performed.messages, Contains("Child process exited with status 0"));
 }
 
-TEST(EcallUIAppImplMic, WhenItsOwnWasTakenTheNextChildsEndCounts) {
+TEST(EcallUIAppImplMic, WhenAnothersWaitWasGivenItsEndThatEndCounts) {
+    for (const auto& [exitStatus, result] : {std::pair(0, "12.500000"), std::pair(5, "failed")}) {
+        Module module;
+        const std::string measures = "echo 12.5 > " + std::string(kResultFile);
+        module.SetScript(
+            file::kMicrophoneTestScript,
+            {.exitStatus = exitStatus, .commands = "while [ ! -e /tmp/audio ]; do sleep 0.01; done\n" + measures});
+        module.SetScript(file::kAudioScript, {.hangs = true, .commands = "> /tmp/audio"});
+
+        const Performed performed =
+            Perform(module, {"fail waitpid " + std::to_string(ENODATA), "beside RunMicTest", "ControlAudioRelay 1"});
+
+        const std::string ended = "Child process exited with status " + std::to_string(exitStatus << 8);
+        EXPECT_EQ(2, std::ranges::count(performed.messages, ended));  // the relay's wait, and the test's
+        EXPECT_EQ(1U, module.journal.Count({.kind = Kind::Stderr, .text = "RunMicTest = " + std::string(result)}));
+    }
+}
+
+TEST(EcallUIAppImplMic, WhenNobodyKnowsItsEndNoOthersIsTakenForIt) {
     Module module;
-    LetScriptMeasure(module, "3\\n");
 
     const Performed performed = RunMicTest(module, {"leave-child 7", "fail waitpid " + std::to_string(ECHILD)});
 
-    EXPECT_EQ("RunMicTest = failed", Result(performed));
-    EXPECT_THAT(performed.messages, ElementsAre(kLaunched, "Child process exited with status 1792"));
+    // As after status 0: the result is looked for.
+    EXPECT_EQ("RunMicTest = 0.000000", Result(performed));
+    EXPECT_THAT(performed.messages, ElementsAre(kLaunched, "wait() failed (No child processes)", kNoFile));
+    EXPECT_THAT(performed.sleeps, ElementsAre("slept 200 ms"));
 }
 
-TEST(EcallUIAppImplMic, WithNoChildLeftTheResultIsReadAllTheSame) {
+TEST(EcallUIAppImplMic, AnInterruptedWaitGoesOn) {
     Module module;
-    const std::string noChild = std::to_string(ECHILD);
-    module.root.WriteFile(kResultFile, "3\n");
-    module.SetScript(file::kMicrophoneTestScript, {.commands = "echo 3 > " + std::string(kResultFile)});
+    LetScriptMeasure(module, "3\n");
 
-    const Performed performed = RunMicTest(module, {"fail waitpid " + noChild, "fail wait " + noChild});
+    const Performed performed = RunMicTest(module, {"fail waitpid " + std::to_string(EINTR)});
 
-    EXPECT_THAT(performed.messages, AllOf(Contains("wait() failed (No child processes)"),
-                                          Not(Contains(HasSubstr("Child process exited")))));
-    EXPECT_THAT(performed.sleeps, ElementsAre("slept 200 ms"));
+    EXPECT_EQ("RunMicTest = 3.000000", Result(performed));
+    EXPECT_THAT(performed.messages,
+                AllOf(Contains("Child process exited with status 0"), Not(Contains(HasSubstr("wait() failed")))));
 }
 
 // ---- Results of every form ----

@@ -2,8 +2,8 @@
 // order, one operation each, and prints each result as a line on standard error: "GpioRead 2 = 1".
 //
 // The linker's --wrap puts the functions below in front of some calls that the service's units make. After "fail
-// FUNCTION ERRNO" every call of that function fails, and 0 heals it; recvmsg and an interrupted select fail once, as
-// they would for the service's loop. Each sleep is told as "slept 100 ms", each timer as it is made and set.
+// FUNCTION ERRNO" every call of that function fails, and 0 heals it; recvmsg and an interrupted call fail once, as they
+// would for the service's loop. Each sleep is told as "slept 100 ms", each timer as it is made and set.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/select.h>
@@ -53,6 +53,15 @@ struct WrappedCall {
         }
         errno = error;
         return true;
+    }
+    /// EINTR comes once.
+    bool FailsOrIsInterrupted() {
+        int interrupted = EINTR;
+        if (error.compare_exchange_strong(interrupted, 0)) {
+            errno = EINTR;
+            return true;
+        }
+        return Fails();
     }
 };
 WrappedCall CreateThreadCall;
@@ -153,10 +162,19 @@ int __wrap_socket(int domain, int type, int protocol) {
     return SocketCall.Fails() ? -1 : __real_socket(domain, type, protocol);
 }
 pid_t __real_wait(int* status);
-pid_t __wrap_wait(int* status) { return WaitCall.Fails() ? -1 : __real_wait(status); }
+pid_t __wrap_wait(int* status) { return WaitCall.FailsOrIsInterrupted() ? -1 : __real_wait(status); }
 pid_t __real_waitpid(pid_t child, int* status, int options);
+/// ENODATA, which waitpid itself never answers, asks to leave the child to whoever waits for any.
 pid_t __wrap_waitpid(pid_t child, int* status, int options) {
-    return WaitPidCall.Fails() ? -1 : __real_waitpid(child, status, options);
+    if (!WaitPidCall.FailsOrIsInterrupted()) {
+        return __real_waitpid(child, status, options);
+    }
+    while (errno == ENODATA && kill(child, 0) == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        errno = ENODATA;
+    }
+    errno = errno == ESRCH ? ECHILD : errno;
+    return -1;
 }
 }
 // clang-format on
@@ -338,19 +356,32 @@ std::string Perform(const std::string& line) {
     return Operations().at(words.at(0))(words);
 }
 
+/// Performs one operation and prints its result.
+void Tell(const std::string& line) {
+    const std::string result = Perform(line);
+    fprintf(stderr, "%s = %s\n", line.c_str(), result.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
     InitConfiguration();
+    std::vector<std::thread> beside;  // they end before the process does
     for (int i = 1; i < argc; ++i) {
         const std::string line = argv[i];
+        if (line.starts_with("beside ")) {
+            beside.emplace_back(Tell, line.substr(sizeof "beside"));
+            continue;
+        }
         if (line.starts_with("at-once ")) {
             PerformAtOnce(4, line.substr(sizeof "at-once"));
             continue;
         }
-        const std::string result = Perform(line);
-        fprintf(stderr, "%s = %s\n", line.c_str(), result.c_str());
+        Tell(line);
+    }
+    for (std::thread& thread : beside) {
+        thread.join();
     }
     fflush(stdout);
     _exit(0);
