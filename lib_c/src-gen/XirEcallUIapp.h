@@ -44,8 +44,8 @@ struct TRunAnalogMicTestResult {
     float value;
 };
 
-// The operations, called on the server thread. conn tells the requests' origins apart in the log, and means nothing
-// else; texts of a request are borrowed for the call. The answer carries one reference for the skeleton; null, for want
+// The operations, called on the server thread. conn is a number of the request, not of its connection, and for the log
+// only; texts of a request are borrowed for the call. The answer carries one reference for the skeleton; null, for want
 // of memory, refuses the request.
 
 /// cfgParamName: any number that a client has sent.
