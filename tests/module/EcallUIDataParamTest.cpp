@@ -2,6 +2,7 @@
 // service and after a restart.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <thread>
@@ -412,6 +413,32 @@ TEST(EcallUIDataParamOfTheService, ASilentEcallServiceHoldsTheClientButNoCrash) 
 
     EXPECT_TRUE(world.IsCrashReported());
 
+    EXPECT_EQ(1U, world.peer.Release());
+    EXPECT_EQ(kDone, client.Receive().payload);
+}
+
+TEST(EcallUIDataParamOfTheService, AMicrophoneIsInForceBeforeTheEcallServiceHasAnswered) {
+    ServiceWorld world;
+    world.Start();
+    world.AwaitRest();
+    world.peer.Answer(EcallMethod::SetCfgParameter, {.held = true});
+    const auto audioScripts = [&world] {
+        return std::ranges::count_if(world.TraceMessages(), [](const std::string& message) {
+            return message.starts_with("launches the external script");
+        });
+    };
+    const std::ptrdiff_t before = audioScripts();
+    RawClient client(kUiPort);
+    const size_t requests = world.peer.Requests(EcallMethod::SetCfgParameter);
+    client.Request(kSetUiCfgParameter, UiSetRequest(kMicrophone, {.number = 0}));
+    ASSERT_TRUE(world.peer.AwaitRequests(EcallMethod::SetCfgParameter, requests + 1));
+    const uint64_t mark = world.module.journal.Mark();
+
+    EXPECT_TRUE(world.IsCrashReported());
+
+    // The call's state has been followed, and the analog microphone has no script.
+    world.module.journal.Await(IsWritten(line::kRelay, "1"), mark);
+    EXPECT_EQ(before, audioScripts());
     EXPECT_EQ(1U, world.peer.Release());
     EXPECT_EQ(kDone, client.Receive().payload);
 }

@@ -25,7 +25,7 @@ namespace {
 struct Gotten {
     uint8_t boolean = 7;
     int32_t number = 7;
-    std::array<char, 128> text{};
+    std::array<char, 128> text{'x'};
 
     explicit Gotten(int32_t parameter) { EcallUIGetParameter(parameter, boolean, number, text.data()); }
 };
