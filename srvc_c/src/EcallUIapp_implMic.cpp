@@ -15,7 +15,7 @@ namespace {
 constexpr Script kMicTestScript{.path = "/usr/bin/ecall_analog_mic_test.sh",
                                 .name = "ecall_analog_mic_test.sh",
                                 .argument = nullptr,
-                                .action = "start",
+                                .action = "start",  // nothing but the log's word for a run that fails
                                 .resultFile = "/tmp/ecall_analog_mic_test_result.txt",
                                 .end = ScriptEnd::ItsOwn};
 constexpr std::chrono::milliseconds kResultDelay{200};  // the result may reach the file system after the script's end
