@@ -3,9 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -150,20 +147,13 @@ TEST(EcallUIAppImplStart, WithoutAThreadNothingIsMadeAndNothingIsAnError) {
 }
 
 TEST(EcallUIAppImplStart, ATakenPortIsLoggedOnly) {
-    const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kUiPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    ASSERT_EQ(0, listen(taken, 1));
+    const TakenPort taken(kUiPort);
 
     const Logged logged = LogOf(XirCreateIEcallUIApp);
 
     EXPECT_THAT(logged.Messages(), ElementsAre("XirCreateIEcallUIApp failed (result=-2)"));
     EXPECT_THAT(logged.system, ElementsAre("5 XirCreateIEcallUIApp failed (result=-2)"));
     EXPECT_THAT(logged.console, HasSubstr("ERROR.2: failed to create XirCreateIEcallUIAppSrvc "));
-    close(taken);
 }
 
 TEST(EcallUIAppImplStart, AServerThatStandsIsLoggedAndServes) {

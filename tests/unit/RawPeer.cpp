@@ -33,6 +33,14 @@ sockaddr_un LocalAddress(const std::string& path) {
     return address;
 }
 
+sockaddr_in PortAddress(uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
 void SendAll(int fd, const std::string& bytes) {
     EXPECT_EQ(static_cast<ssize_t>(bytes.size()), send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
 }
@@ -120,10 +128,7 @@ RawClient::RawClient(const std::string& path) : connection(socket(AF_UNIX, SOCK_
 }
 
 RawClient::RawClient(uint16_t port) : connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in address = PortAddress(port);
     EXPECT_EQ(0, connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address));
 }
 
@@ -163,4 +168,14 @@ void RawClient::WaitForEnd() {
     do {
         ASSERT_TRUE(WaitReadable(connection)) << "the server keeps the connection";
     } while (recv(connection, bytes, sizeof bytes, 0) > 0);
+}
+
+TakenPort::TakenPort(uint16_t port) : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in address = PortAddress(port);
+    EXPECT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, listen(listener, 1));
+}
+
+TakenPort::~TakenPort() {
+    close(listener);
 }

@@ -82,4 +82,16 @@ class RawClient {
     uint32_t lastId = 0;
 };
 
+/// Listens on a port of this machine, so that nobody else can.
+class TakenPort {
+  public:
+    explicit TakenPort(uint16_t port);
+    TakenPort(const TakenPort&) = delete;
+    TakenPort& operator=(const TakenPort&) = delete;
+    ~TakenPort();
+
+  private:
+    int listener = -1;
+};
+
 #endif
