@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -25,6 +26,8 @@ using Json = nlohmann::json;
 
 namespace {
 
+constexpr const char* kTextName = "GpioForEnablingEcallLedControlUsed";
+const std::string kCutText = "caf\xc3";
 constexpr const char* kFile = "/data/etc/ecall/XirEcallUIappSrvc_Cfg.json";
 
 /// The program, told where the peer is.
@@ -325,6 +328,39 @@ TEST(Ecalluictl, ADumpCanBeLoadedAgain) {
     EXPECT_EQ(0, RunTool({"check", "-"}, dump.output).status);
 }
 
+TEST(Ecalluictl, ADumpThatWouldNotBeTrueIsRefused) {
+    UiPeer peer;
+    peer.Hold(kTextName, kCutText);
+
+    const ToolResult dump = Ask(peer, {"dump"});
+
+    EXPECT_EQ(1, dump.status);
+    EXPECT_THAT(dump.output, IsEmpty());
+    EXPECT_EQ("ecalluictl: GpioForEnablingEcallLedControlUsed is no UTF-8, which no JSON can carry: set it anew\n",
+              dump.errors);
+}
+
+TEST(Ecalluictl, ATextThatIsCutWithinACharacterIsMarked) {
+    UiPeer peer;
+    const auto list = [&] { return Find(Json::parse(Ask(peer, {"list", "--json"}).output), kTextName); };
+    const auto get = [&] { return Json::parse(Ask(peer, {"get", "--json", kTextName}).output).at(0); };
+    EXPECT_FALSE(list().contains("notUtf8"));
+    EXPECT_FALSE(get().contains("notUtf8"));
+    ToolProcess watch({"--url", peer.Url(), "--json", "watch", kTextName, "--interval", "0.01"});
+    EXPECT_FALSE(Json::parse(watch.Line()).contains("notUtf8"));
+
+    peer.Hold(kTextName, kCutText);
+
+    EXPECT_EQ(true, list().at("notUtf8"));
+    EXPECT_EQ(true, get().at("notUtf8"));
+    EXPECT_EQ(true, Json::parse(watch.Line()).at("notUtf8"));
+    ToolProcess late({"--url", peer.Url(), "--json", "watch"});
+    EXPECT_EQ(true, Json::parse(late.Line()).at("notUtf8"));
+    const Json set = Json::parse(Ask(peer, {"set", "--json", kTextName, "DTR"}).output);
+    EXPECT_EQ(true, set.at("changes").at(0).at("notUtf8"));
+    EXPECT_FALSE(get().contains("notUtf8"));
+}
+
 TEST(Ecalluictl, LoadSendsOnlyWhatDiffersAndSaysWhatNeedsARestart) {
     UiPeer peer;
 
@@ -441,6 +477,43 @@ TEST(Ecalluictl, WatchGoesOnOverARestartOfTheService) {
     EXPECT_EQ(30, change.at("after"));
     watch.Signal(SIGTERM);
     EXPECT_EQ(0, watch.Wait());
+}
+
+TEST(Ecalluictl, WatchNoticesARestartBetweenTwoLooks) {
+    UiPeer peer;
+    ToolProcess watch({"--url", peer.Url(), "--json", "watch", "LedPwmPeriodMs", "--interval", "2"});
+    EXPECT_EQ("start", Json::parse(watch.Line()).at("event"));
+
+    peer.server.Stop();
+    peer.Hold("LedPwmPeriodMs", int32_t{30});
+    peer.server.Start();
+
+    EXPECT_EQ("gone", Json::parse(watch.Line()).at("event"));
+    EXPECT_EQ("back", Json::parse(watch.Line()).at("event"));
+    EXPECT_EQ("change", Json::parse(watch.Line()).at("event"));
+}
+
+TEST(Ecalluictl, WatchDoesNotCallASilentServiceGone) {
+    UiPeer peer;
+    std::promise<void> go;
+    const std::shared_future<void> mayGoOn = go.get_future().share();
+    ToolProcess watch(
+        {"--url", peer.Url(), "--timeout", "2", "--json", "watch", "LedPwmPeriodMs", "--interval", "0.01"});
+    EXPECT_EQ("start", Json::parse(watch.Line()).at("event"));
+
+    peer.server.Handle(kUiGet, [mayGoOn](const std::string& /*request*/) {
+        mayGoOn.wait();
+        return GetReply(int32_t{30});
+    });
+    const Json silent = Json::parse(watch.Line());
+    go.set_value();
+
+    EXPECT_EQ("silent", silent.at("event"));
+    EXPECT_EQ("no reply to getUiCfgParameter from " + peer.Url() +
+                  " within 2 s: does a microphone test run, or hang? Try again, or restart the service",
+              silent.at("message"));
+    EXPECT_EQ("back", Json::parse(watch.Line()).at("event")) << "and it is told once";
+    EXPECT_EQ(30, Json::parse(watch.Line()).at("after"));
 }
 
 TEST(Ecalluictl, WatchEndsWhenNobodyReadsItAnyMore) {

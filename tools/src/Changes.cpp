@@ -81,6 +81,7 @@ OrderedJson ChangesJson(const std::vector<Change>& changes) {
         json["before"] = ValueJson(change.before);
         json["wanted"] = ValueJson(change.wanted);
         json["after"] = ValueJson(change.after);
+        MarkBroken(json, {change.before, change.after});
         json["restart"] = RestartText(*change.field);
         json["warning"] = Warning(change);
         list.push_back(json);

@@ -81,7 +81,9 @@ OrderedJson CheckJson(const std::string& file, const ConfigFileVerdict& verdict)
     json["findings"] = FindingsJson(verdict);
     json["loaded"] = OrderedJson::object();
     for (const ConfigurationField& field : ConfigurationFields()) {
-        json["loaded"][field.key] = ValueJson(ValueIn(verdict.loaded, field));
+        const UiValue value = ValueIn(verdict.loaded, field);
+        json["loaded"][field.key] = ValueJson(value);
+        MarkBroken(json, {value});
     }
     return json;
 }
@@ -132,12 +134,17 @@ ExitStatus CommandCheck(const Options& options, Output& output) {
     return verdict.HasErrors() ? kBadFile : kDone;
 }
 
+/// What is written can be loaded again, and says what the service holds; otherwise nothing is written.
 ExitStatus CommandDump(const Options& options, Output& output) {
     UiClient client(options.url, LimitsOf(options));
     client.Connect();
     OrderedJson json;
     for (const ConfigurationField* field : Parameters()) {
-        json[field->key] = ValueJson(client.Get(*field));
+        const UiValue value = client.Get(*field);
+        if (IsBroken(value)) {
+            throw Failure(kRefused, std::string(field->key) + " is no UTF-8, which no JSON can carry: set it anew");
+        }
+        json[field->key] = ValueJson(value);
     }
     output.Document(json);
     return kDone;

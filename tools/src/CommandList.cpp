@@ -1,4 +1,6 @@
 // What there is to be read and set: the table of the fields, with the values of a service, or without.
+#include <optional>
+
 #include "Commands.h"
 #include "EcallUIDataJson.h"
 #include "UiFields.h"
@@ -21,7 +23,8 @@ std::vector<std::string> Row(const ConfigurationField& field, const std::string&
             field.meaning};
 }
 
-OrderedJson RowJson(const ConfigurationField& field, const OrderedJson& value) {
+/// value: null when it is not known.
+OrderedJson RowJson(const ConfigurationField& field, const std::optional<UiValue>& value) {
     OrderedJson json;
     json["number"] = field.number == kNoFieldNumber ? OrderedJson() : OrderedJson(field.number);
     json["name"] = field.key;
@@ -32,7 +35,8 @@ OrderedJson RowJson(const ConfigurationField& field, const OrderedJson& value) {
         json["minimum"] = field.range.minimum;
         json["maximum"] = field.range.maximum;
     }
-    json["value"] = value;
+    json["value"] = value ? ValueJson(*value) : OrderedJson();
+    MarkBroken(json, {value.value_or(UiValue())});
     json["default"] = ValueJson(DefaultOf(field));
     json["restart"] = RestartText(field);
     json["meaning"] = field.meaning;
@@ -82,22 +86,26 @@ void ListMarkdown(Output& output) {
 }  // namespace
 
 ExitStatus CommandList(const Options& options, Output& output) {
+    if (options.markdown && options.json) {
+        throw Failure(kMisused, "--markdown is for documents and --json for programs: give one of them");
+    }
     if (options.markdown) {
         ListMarkdown(output);
         return kDone;
     }
-    UiClient client(options.url, LimitsOf(options));
+    std::optional<UiClient> client;
     if (!options.offline) {
-        client.Connect();
+        client.emplace(options.url, LimitsOf(options));
+        client->Connect();
     }
     std::vector<std::vector<std::string>> rows{
         {"no", "name", "type", "unit", "value", "default", "restart", "meaning"}};
     OrderedJson json = OrderedJson::array();
     for (const ConfigurationField* field : Listed()) {
-        const bool isKnown = !options.offline && field->number != kNoFieldNumber;
-        const UiValue value = isKnown ? client.Get(*field) : UiValue();
-        rows.push_back(Row(*field, isKnown ? ValueText(value) : "-"));
-        json.push_back(RowJson(*field, isKnown ? ValueJson(value) : OrderedJson()));
+        const bool isKnown = client && field->number != kNoFieldNumber;
+        const auto value = isKnown ? std::optional(client->Get(*field)) : std::nullopt;
+        rows.push_back(Row(*field, value ? ValueText(*value) : "-"));
+        json.push_back(RowJson(*field, value));
     }
     if (options.json) {
         output.Document(json);

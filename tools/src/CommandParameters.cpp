@@ -13,6 +13,7 @@ OrderedJson ParameterJson(const ConfigurationField& field, const UiValue& value)
     json["number"] = field.number;
     json["name"] = field.key;
     json["value"] = ValueJson(value);
+    MarkBroken(json, {value});
     json["unit"] = field.range.unit;
     return json;
 }

@@ -11,6 +11,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr const char* kGone = "the service is gone; waiting for it";
+
 std::string LocalTime() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(now).count();
@@ -31,15 +33,17 @@ class Watcher {
   private:
     std::vector<UiValue> ReadAll();
     void Look();
+    void TellAbsence(const std::string& event, const std::string& text);
     void Compare(const std::vector<UiValue>& values);
-    void Tell(const std::string& event, const std::string& text, const OrderedJson& details);
+    void Tell(const std::string& event, const std::string& text, const OrderedJson& details,
+              std::initializer_list<UiValue> shown = {});
 
     const Options& options;
     Output& output;
     UiClient client;
     std::vector<const ConfigurationField*> fields;
     std::vector<UiValue> last;
-    bool isGone = false;
+    std::string absence;  ///< the event that has told why nothing is seen: "gone" or "silent"; empty: all is seen
     unsigned knownLosses = 0;
 };
 
@@ -53,11 +57,13 @@ Watcher::Watcher(const Options& what, Output& where)
 }
 
 /// A line at once: the reader waits for it.
-void Watcher::Tell(const std::string& event, const std::string& text, const OrderedJson& details) {
+void Watcher::Tell(const std::string& event, const std::string& text, const OrderedJson& details,
+                   std::initializer_list<UiValue> shown) {
     const std::string time = LocalTime();
     if (options.json) {
         OrderedJson line{{"time", time}, {"event", event}};
         line.update(details);
+        MarkBroken(line, shown);
         output.Line(JsonLine(line));
     } else {
         output.Line(time + "  " + text);
@@ -81,32 +87,43 @@ void Watcher::Compare(const std::vector<UiValue>& values) {
                  {{"number", field.number},
                   {"name", field.key},
                   {"before", ValueJson(last[index])},
-                  {"after", ValueJson(values[index])}});
+                  {"after", ValueJson(values[index])}},
+                 {last[index], values[index]});
         }
     }
     last = values;
 }
 
+/// Once for each cause. A stop ends the request that runs, which says nothing of the service.
+void Watcher::TellAbsence(const std::string& event, const std::string& text) {
+    if (event != absence && !client.IsStopped()) {
+        absence = event;
+        Tell(event, text, {{"message", text}});
+    }
+}
+
 /// One look at the service. A connection that was lost since the last one may be to another process by now.
 void Watcher::Look() try {
     if (client.Losses() != knownLosses || !client.IsConnected()) {
-        if (!isGone) {
-            isGone = true;
-            Tell("gone", "the service is gone; waiting for it", OrderedJson::object());
+        if (absence.empty()) {
+            TellAbsence("gone", kGone);
         }
         client.Connect();
         const std::vector<UiValue> values = ReadAll();
-        isGone = false;
+        absence.clear();
         knownLosses = client.Losses();
         Tell("back", "the service is back", OrderedJson::object());
         Compare(values);
     } else {
         Compare(ReadAll());
     }
+} catch (const NoReply& failure) {
+    TellAbsence("silent", failure.what());
 } catch (const Failure& failure) {
     if (failure.status != kNoService) {
         throw;
     }
+    TellAbsence("gone", kGone);
 }
 
 ExitStatus Watcher::Run() {
@@ -114,12 +131,13 @@ ExitStatus Watcher::Run() {
     last = ReadAll();
     knownLosses = client.Losses();
     client.StopOnSignals();
-    OrderedJson values;
+    OrderedJson details{{"values", OrderedJson::object()}};
     for (size_t index = 0; index < fields.size(); ++index) {
-        values[fields[index]->key] = ValueJson(last[index]);
+        details["values"][fields[index]->key] = ValueJson(last[index]);
+        MarkBroken(details, {last[index]});
     }
     Tell("start", "watching " + std::to_string(fields.size()) + " parameters at " + client.Url() + ", until Ctrl-C",
-         {{"values", values}});
+         details);
     while (!client.IsStopped()) {
         if (Output::IsReaderGone()) {
             throw Failure(kNoOutput, "nobody reads the output any more");

@@ -22,4 +22,9 @@ struct Failure : std::runtime_error {
     ExitStatus status;
 };
 
+/// kNoService of a service that is there, but has not answered in time.
+struct NoReply : Failure {
+    explicit NoReply(const std::string& message) : Failure(kNoService, message) {}
+};
+
 #endif

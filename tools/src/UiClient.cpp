@@ -233,8 +233,8 @@ void UiClient::Ask(unsigned method, const ProtobufCMessage& request, millisecond
 /// waited: for a reply in vain; 0: it was not for want of time.
 void UiClient::Fail(const std::string& method, milliseconds waited) const {
     if (waited > milliseconds{0}) {
-        throw Failure(kNoService, "no reply to " + method + " from " + url + " within " + Seconds(waited) +
-                                      ": does a microphone test run, or hang? Try again, or restart the service");
+        throw NoReply("no reply to " + method + " from " + url + " within " + Seconds(waited) +
+                      ": does a microphone test run, or hang? Try again, or restart the service");
     }
     if (errorCode == -EBADMSG || errorCode == -EPROTO) {
         throw Failure(kOtherPeer, "who listens at " + url + " does not talk as the service does (" + errorText +

@@ -148,6 +148,17 @@ OrderedJson ValueJson(const UiValue& value) {
     return std::visit([](const auto& one) { return OrderedJson(one); }, value);
 }
 
+bool IsBroken(const UiValue& value) {
+    const auto* const text = std::get_if<std::string>(&value);
+    return text != nullptr && !IsUtf8(*text);
+}
+
+void MarkBroken(OrderedJson& json, std::initializer_list<UiValue> values) {
+    if (std::ranges::any_of(values, IsBroken)) {
+        json["notUtf8"] = true;
+    }
+}
+
 std::string JsonLine(const OrderedJson& json) {
     return json.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
 }

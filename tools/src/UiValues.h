@@ -3,6 +3,7 @@
 #define UI_VALUES_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -33,6 +34,10 @@ std::string ValueText(const UiValue& value);
 /// The same with the field's unit.
 std::string ValueText(const ConfigurationField& field, const UiValue& value);
 OrderedJson ValueJson(const UiValue& value);
+/// Whether the value is a text that is no UTF-8, which JSON cannot carry: the service cuts texts within a character.
+bool IsBroken(const UiValue& value);
+/// Says in the object that what it shows of one of the values is not what the service holds: "notUtf8": true.
+void MarkBroken(OrderedJson& json, std::initializer_list<UiValue> values);
 /// One line, whatever bytes the texts in it have.
 std::string JsonLine(const OrderedJson& json);
 
