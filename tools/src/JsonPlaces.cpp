@@ -3,6 +3,7 @@
 #include "JsonPlaces.h"
 
 #include <algorithm>
+#include <cctype>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -75,6 +76,14 @@ size_t WrongTokenLength(const std::string& message, const std::string& lastToken
         return 4;
     }
     return says("unexpected false") ? 5 : 1;
+}
+
+/// Of the word of letters that leads up to the offset; the offset itself when none does.
+size_t WordBegin(std::string_view text, size_t offset) {
+    while (offset > 0 && std::isalpha(static_cast<unsigned char>(text[offset - 1])) != 0) {
+        --offset;
+    }
+    return offset;
 }
 
 /// Only listens for the error.
@@ -151,5 +160,8 @@ bool FindSyntaxFlaw(std::string_view text, SyntaxFlaw& flaw) {
         return false;
     }
     flaw = {.offset = std::min(judge.offset, text.size()), .text = InWords(judge.text)};
+    if (flaw.text.ends_with("invalid literal")) {
+        flaw.offset = WordBegin(text, flaw.offset);
+    }
     return true;
 }
