@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "ServiceWorld.h"
@@ -27,7 +28,13 @@ struct Said {
 struct ToolWorld : ServiceWorld {
     ToolWorld() { Start(); }
 
-    ModuleProcess& Begin(const std::vector<std::string>& words) { return module.Start(ECALLUICTL, words); }
+    /// Waits long for the service, unless the words say otherwise: both run slowly beside other tests.
+    ModuleProcess& Begin(std::vector<std::string> words) {
+        if (std::ranges::find(words, "--timeout") == words.end()) {
+            words.insert(words.begin(), {"--timeout", "30"});
+        }
+        return module.Start(ECALLUICTL, words);
+    }
     Said Run(const std::vector<std::string>& words) {
         ModuleProcess& tool = Begin(words);
         const int status = tool.WaitForEnd().value_or(-1);

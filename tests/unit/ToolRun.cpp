@@ -14,6 +14,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "ScratchSocket.h"
 
@@ -40,6 +41,20 @@ pid_t Spawn(const std::vector<std::string>& arguments, const posix_spawn_file_ac
 
 int StatusOf(int status) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// The exit status; -1, and a failure of the test, when the program does not end, which is killed then.
+int WaitForEnd(pid_t pid) {
+    int status = 0;
+    for (const auto deadline = Clock::now() + kPatience; Clock::now() < deadline; std::this_thread::sleep_for(5ms)) {
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            return StatusOf(status);
+        }
+    }
+    ADD_FAILURE() << "the program does not end";
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    return -1;
 }
 
 std::string Content(const std::string& path) {
@@ -72,9 +87,7 @@ ToolResult RunTool(const std::vector<std::string>& arguments, const std::string&
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (base + ".err").c_str(), O_WRONLY | O_CREAT, 0600);
     const pid_t pid = Spawn(arguments, actions);
     posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    EXPECT_EQ(pid, waitpid(pid, &status, 0));
-    return {.status = StatusOf(status),
+    return {.status = WaitForEnd(pid),
             .output = outputPath.empty() ? Content(output) : "",
             .errors = Content(base + ".err")};
 }
@@ -130,13 +143,5 @@ void ToolProcess::Signal(int signal) const {
 }
 
 int ToolProcess::Wait() {
-    int status = 0;
-    for (const auto deadline = Clock::now() + kPatience; Clock::now() < deadline; std::this_thread::sleep_for(5ms)) {
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            pid = -1;
-            return StatusOf(status);
-        }
-    }
-    ADD_FAILURE() << "the program does not end";
-    return -1;
+    return WaitForEnd(std::exchange(pid, -1));
 }
