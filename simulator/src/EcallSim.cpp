@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <string_view>
@@ -139,6 +140,9 @@ int Shell() {
     LocationPeer locations(module.journal);
     StoryWorld world{.module = module, .peer = peer, .locations = locations};
     Stories().front().scenes.front().act(world);
+    if (std::filesystem::exists(Module::ToolProgram())) {
+        module.root.Install(Module::ToolProgram());
+    }
     std::printf("Inside the module; the service runs. Its trace: tail -f %s\n", file::kTrace);
     std::fflush(stdout);
     const int status = RunShell(module);

@@ -123,6 +123,10 @@ std::string Module::ServiceProgram() {
     return chosen != nullptr ? chosen : ECALLUI_SERVICE_PROGRAM;
 }
 
+std::string Module::ToolProgram() {
+    return ECALLUI_TOOL_PROGRAM;
+}
+
 ModuleProcess& Module::StartService(std::vector<std::string> arguments, bool hasInput) {
     if (service != nullptr && service->IsRunning()) {
         throw std::logic_error("the service runs already");

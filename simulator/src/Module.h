@@ -72,6 +72,8 @@ class Module {
     /// The service under test, as the host sees it: what the environment variable ECALLUI_SERVICE names, else what the
     /// build made.
     static std::string ServiceProgram();
+    /// The client program for its parameters, as the host sees it; perhaps not built.
+    static std::string ToolProgram();
     /// Starts that program. A previous one must have ended.
     ModuleProcess& StartService(std::vector<std::string> arguments = {}, bool hasInput = false);
     /// The service started last. Throws std::logic_error when there is none.

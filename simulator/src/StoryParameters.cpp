@@ -21,7 +21,7 @@ void Type(StoryWorld& world, const std::vector<std::string>& words) {
         line += " " + word;
     }
     world.module.journal.Note(line);
-    world.module.Start(ECALLUI_TOOL_PROGRAM, words).WaitForEnd();
+    world.module.Start(Module::ToolProgram(), words).WaitForEnd();
 }
 
 /// Tells what the service's file holds of a field.

@@ -316,6 +316,8 @@ TEST(EcallSim, AShellRunsInsideTheModule) {
 
     simulator.Type("ls /sys/devices\n");
     EXPECT_TRUE(simulator.AwaitOutput("vantu_pwm_led.1"));
+    simulator.Type("ecalluictl --timeout 30 get 7\n");
+    EXPECT_TRUE(simulator.AwaitOutput("LedPwmPeriodMs = 10 ms"));
     simulator.Type("sh -c 'echo be''gun; exec sleep 1000'\n");  // the echo of the keys does not hold the word
     EXPECT_TRUE(simulator.AwaitOutput("begun"));
     simulator.Type("\x03");
