@@ -5,10 +5,14 @@
 
 #include <array>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 
+#include "Commands.h"
 #include "UiFields.h"
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::SizeIs;
@@ -46,7 +50,7 @@ TEST(CommandLine, CommandsAreOfferedFirst) {
 }
 
 TEST(CommandLine, OptionsAreThoseOfTheCommand) {
-    EXPECT_THAT(Candidates({"-"}), ElementsAre("--help", "--url", "--json", "--timeout"));
+    EXPECT_THAT(Candidates({"-"}), ElementsAre("--help", "--url", "--json", "--timeout", "--version"));
     EXPECT_THAT(Candidates({"watch", "--i"}), ElementsAre("--interval"));
     EXPECT_THAT(Candidates({"get", "--i"}), IsEmpty());
     EXPECT_THAT(Candidates({"list", "--"}), IsSupersetOf({"--offline", "--markdown", "--url"}));
@@ -76,6 +80,42 @@ TEST(CommandLine, SetKnowsTheWordsThatBashMakesOfAnEqualsSign) {
     EXPECT_THAT(Candidates({"set", "EcallButtonUsed", "=", "f"}), ElementsAre("false"));
     EXPECT_THAT(Candidates({"set", "EcallButtonUsed", "=", "false", "LedP"}), ElementsAre("LedPwmPeriodMs"));
     EXPECT_THAT(Candidates({"set", "EcallButtonUsed=false", "LedP"}), ElementsAre("LedPwmPeriodMs"));
+}
+
+TEST(CommandLine, ValuesOfOptionsAreNoWords) {
+    EXPECT_THAT(Candidates({"set", "--timeout", "5", "LedP"}), ElementsAre("LedPwmPeriodMs"));
+    EXPECT_THAT(Candidates({"set", "7", "--timeout", "5", ""}), ElementsAre("10"));
+    EXPECT_THAT(Candidates({"--url", "get", "l"}), ElementsAre("list", "load"));
+    EXPECT_THAT(Candidates({"watch", "--interval", "0.5", "LedP"}), ElementsAre("LedPwmPeriodMs"));
+    EXPECT_THAT(Candidates({"set", "--timeout=5", "LedP"}), ElementsAre("LedPwmPeriodMs"));
+    EXPECT_THAT(Candidates({"set", "--timeout", "=", "5", "LedP"}), ElementsAre("LedPwmPeriodMs"));
+    EXPECT_THAT(Candidates({"--url", "xirfile", ":", "///get", "l"}), ElementsAre("list", "load"));
+    EXPECT_THAT(Candidates({"get", "--timeout", ""}), IsEmpty());
+    EXPECT_THAT(Candidates({"--url", "xirtcp", ":", ""}), IsEmpty());
+    EXPECT_THAT(Candidates({"zebra", ""}), IsEmpty()) << "no command";
+}
+
+TEST(CommandLine, ATimeoutIsTheLimitOfEveryWait) {
+    const UiLimits own = LimitsOf({});
+    Options options;
+    options.timeout = 0.0305;
+    const UiLimits given = LimitsOf(options);
+
+    EXPECT_EQ(30000, own.micTest.count());
+    EXPECT_EQ(31, given.connect.count());
+    EXPECT_EQ(31, given.reply.count());
+    EXPECT_EQ(31, given.micTest.count());
+}
+
+TEST(CommandLine, TheDocumentsTellTheExitStatuses) {
+    std::ifstream file(DOCUMENT);
+    const std::string document{std::istreambuf_iterator<char>(file), {}};
+
+    std::string table = "| status | meaning |\n|---|---|\n";
+    for (size_t status = 0; status < kExitMeanings.size(); ++status) {
+        table += "| " + std::to_string(status) + " | " + kExitMeanings.at(status) + " |\n";
+    }
+    EXPECT_THAT(document, HasSubstr(table + "\n"));
 }
 
 TEST(CommandLine, FilesAreLeftToTheShell) {

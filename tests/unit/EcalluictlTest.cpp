@@ -20,6 +20,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 using Json = nlohmann::json;
@@ -95,7 +96,7 @@ TEST(Ecalluictl, ListShowsEveryFieldWithValueAndDefault) {
     EXPECT_THAT(RowOf(list, "HW_Name"), ElementsAre("-", "HW_Name", "text", "-", "-", "\"KORVA_FDA803_ZX118A4\"",
                                                     "never", "name", "of", "the", "hardware"));
     for (const ConfigurationField& field : ConfigurationFields()) {
-        EXPECT_THAT(RowOf(list, field.key), testing::Not(IsEmpty())) << field.key;
+        EXPECT_THAT(RowOf(list, field.key), Not(IsEmpty())) << field.key;
     }
     EXPECT_EQ("What has no number is changed in " + std::string(kFile) + " only, while the service is stopped.",
               list.Lines().back());
@@ -125,10 +126,12 @@ TEST(Ecalluictl, ListForProgramsHoldsTheSame) {
 }
 
 TEST(Ecalluictl, ListWorksWithoutAServiceWhenAskedTo) {
-    const ToolResult list = RunTool({"--url", "xirtcp://127.0.0.1:1", "list", "--offline"});
+    const ToolResult list = RunTool({"--url", "nonsense", "list", "--offline"});
 
     EXPECT_EQ(0, list.status);
     EXPECT_THAT(RowOf(list, "LedPwmPeriodMs"), Contains("-"));
+    EXPECT_TRUE(
+        Find(Json::parse(RunTool({"list", "--offline", "--json"}).output), "LedPwmPeriodMs").at("value").is_null());
 }
 
 TEST(Ecalluictl, TheTableForTheDocumentsNeedsNoService) {
@@ -143,6 +146,13 @@ TEST(Ecalluictl, TheTableForTheDocumentsNeedsNoService) {
     EXPECT_THAT(list.Lines(),
                 Contains("| - | `HW_Name` |  | text | `\"KORVA_FDA803_ZX118A4\"` |  | never | name of the "
                          "hardware |"));
+}
+
+TEST(Ecalluictl, TheTableIsForDocumentsOrForPrograms) {
+    const ToolResult both = RunTool({"list", "--markdown", "--json"});
+
+    EXPECT_EQ(2, both.status);
+    EXPECT_EQ("ecalluictl: --markdown is for documents and --json for programs: give one of them\n", both.errors);
 }
 
 // get
@@ -498,7 +508,7 @@ TEST(Ecalluictl, WatchDoesNotCallASilentServiceGone) {
     std::promise<void> go;
     const std::shared_future<void> mayGoOn = go.get_future().share();
     ToolProcess watch(
-        {"--url", peer.Url(), "--timeout", "2", "--json", "watch", "LedPwmPeriodMs", "--interval", "0.01"});
+        {"--url", peer.Url(), "--timeout", "5", "--json", "watch", "LedPwmPeriodMs", "--interval", "0.01"});
     EXPECT_EQ("start", Json::parse(watch.Line()).at("event"));
 
     peer.server.Handle(kUiGet, [mayGoOn](const std::string& /*request*/) {
@@ -510,7 +520,7 @@ TEST(Ecalluictl, WatchDoesNotCallASilentServiceGone) {
 
     EXPECT_EQ("silent", silent.at("event"));
     EXPECT_EQ("no reply to getUiCfgParameter from " + peer.Url() +
-                  " within 2 s: does a microphone test run, or hang? Try again, or restart the service",
+                  " within 5 s: does a microphone test run, or hang? Try again, or restart the service",
               silent.at("message"));
     EXPECT_EQ("back", Json::parse(watch.Line()).at("event")) << "and it is told once";
     EXPECT_EQ(30, Json::parse(watch.Line()).at("after"));
@@ -537,14 +547,14 @@ TEST(Ecalluictl, WithoutAServiceEachCommandSaysSo) {
                                                                                        {"dump"},
                                                                                        {"load", "-"},
                                                                                        {"watch"}}) {
-        std::vector<std::string> all{"--url", "xirfile:///tmp/ecallui-nobody", "--timeout", "0.2", "--json"};
+        const ScratchSocket nobody;
+        std::vector<std::string> all{"--url", nobody.Url(), "--timeout", "0.2", "--json"};
         all.insert(all.end(), words.begin(), words.end());
 
         const ToolResult result = RunTool(all, R"({"LedPwmPeriodMs": 20})");
 
         EXPECT_EQ(3, result.status) << words.front();
-        EXPECT_THAT(result.errors,
-                    HasSubstr("ecalluictl: no service at xirfile:///tmp/ecallui-nobody: is it running?"));
+        EXPECT_THAT(result.errors, HasSubstr("ecalluictl: no service at " + nobody.Url() + ": is it running?"));
         EXPECT_EQ(3, Json::parse(result.output).at("error").at("status"));
     }
 }
@@ -556,19 +566,52 @@ TEST(Ecalluictl, AnotherServiceEndsWithFour) {
 }
 
 TEST(Ecalluictl, ASilentServiceIsGivenUp) {
-    RawPeer raw;
-    std::thread steps([&] {
-        raw.Accept();
-        raw.Serve(VersionReply(0, 1, "com.vantu.ecalluiapp.iecalluiapp"));
-        raw.Receive();
-    });
+    const RawPeer listensOnly;
 
-    const ToolResult result = RunTool({"--url", raw.Url(), "--timeout", "3", "mic-test"});
-    steps.join();
+    const ToolResult result = RunTool({"--url", listensOnly.Url(), "--timeout", "3", "version"});
 
     EXPECT_EQ(3, result.status);
     EXPECT_THAT(result.errors,
-                StartsWith("ecalluictl: no reply to runAnalogMicTest from " + raw.Url() + " within 3 s"));
+                StartsWith("ecalluictl: no reply to getIEcallUIAppVersion from " + listensOnly.Url() + " within 3 s"));
+}
+
+TEST(Ecalluictl, AMicTestIsNotWaitedForLongerThanTheTransportDoes) {
+    ExpectRefused({"--timeout", "30.1", "mic-test"}, 2,
+                  "mic-test can wait for 30 s at most, because its reply is given up then: give a shorter --timeout");
+    UiPeer peer;
+    EXPECT_EQ(0, Ask(peer, {"--timeout", "30", "mic-test"}).status);
+}
+
+TEST(Ecalluictl, AWrongCommandIsNamedWithTheRightOne) {
+    const std::string more = "; \"ecalluictl --help\" tells more\n";
+    EXPECT_EQ("ecalluictl: no command is called \"lits\", did you mean list" + more, RunTool({"lits"}).errors);
+    EXPECT_EQ("ecalluictl: no command is called \"frob\"" + more, RunTool({"--url", "get", "frob", "7"}).errors);
+    EXPECT_EQ("ecalluictl: no command is called \"?[31m\"" + more, RunTool({"\033[31m"}).errors);
+}
+
+TEST(Ecalluictl, ItsOwnVersionIsThatOfTheInterface) {
+    const ToolResult version = RunTool({"--version"});
+
+    EXPECT_EQ(0, version.status);
+    EXPECT_EQ("ecalluictl for com.vantu.ecalluiapp.iecalluiapp 1\n", version.output);
+}
+
+TEST(Ecalluictl, NothingThatATerminalWouldObeyIsPrinted) {
+    UiPeer peer;
+    const std::string evil = "\033[31m\xc2\x9b";
+    const ScratchSocket folder;
+    const std::string file = folder.Path() + evil;
+    std::ofstream(file) << "{";
+
+    const ToolResult check = RunTool({"check", file});
+
+    EXPECT_THAT(check.output, HasSubstr(folder.Path() + "?[31m?:1:2: error: "));
+    EXPECT_THAT(check.output, Not(HasSubstr("\033")));
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"get", evil}, {"load", file}, {"check", evil}, {"check", file, evil}, {"list", "--" + evil}}) {
+        const ToolResult result = Ask(peer, words);
+        EXPECT_THAT(result.errors, AllOf(HasSubstr("?[31m?"), Not(HasSubstr("\033")))) << words.front();
+    }
 }
 
 TEST(Ecalluictl, AWrongCommandLineIsMisuse) {
@@ -578,6 +621,7 @@ TEST(Ecalluictl, AWrongCommandLineIsMisuse) {
                                                                                        {"set"},
                                                                                        {"check"},
                                                                                        {"list", "--zebra"},
+                                                                                       {"--zebra", "5", "list"},
                                                                                        {"version", "7"},
                                                                                        {"check", "a", "b"},
                                                                                        {"--url"},
@@ -599,8 +643,9 @@ TEST(Ecalluictl, HelpTellsCommandsAndExitStatuses) {
     const ToolResult help = RunTool({"--help"});
 
     EXPECT_EQ(0, help.status);
-    for (const char* text : {"list", "get", "set", "watch", "dump", "load", "check", "version", "mic-test", "--json",
-                             "--url", "  0  done\n", "  6  the output cannot be written\n"}) {
+    for (const char* text :
+         {"list", "get", "set", "watch", "dump", "load", "check", "version", "mic-test", "--json", "--url",
+          "  0  done\n", "  6  the output cannot be written: a closed pipe, a full disk\n"}) {
         EXPECT_THAT(help.output, HasSubstr(text));
     }
     EXPECT_THAT(RunTool({"watch", "--help"}).output, HasSubstr("--interval"));

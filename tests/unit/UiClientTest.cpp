@@ -19,8 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// For what does not come; what comes is there long before.
-constexpr UiLimits kShort{.connect = 200ms, .reply = 200ms, .micTest = 200ms};
 constexpr UiLimits kLong{.connect = 60s, .reply = 60s, .micTest = 60s};
 
 const std::string kVersionReply = VersionReply(0, 1, "com.vantu.ecalluiapp.iecalluiapp");
@@ -149,8 +147,9 @@ TEST(UiClient, ARestartedServiceIsConnectedToAgain) {
 // Nobody there, or somebody else.
 
 TEST(UiClient, WithoutAServiceTheUrlAndTheRemedyAreSaid) {
-    for (const std::string url : {"xirfile:///tmp/ecallui-nobody", "xirtcp://127.0.0.1:1"}) {
-        const Outcome outcome = OutcomeOf([&] { UiClient(url, kShort).Connect(); });
+    const ScratchSocket nobody;
+    for (const std::string& url : {nobody.Url(), std::string("xirtcp://127.0.0.1:1")}) {
+        const Outcome outcome = OutcomeOf([&] { UiClient(url, {.connect = 200ms}).Connect(); });
 
         EXPECT_EQ(kNoService, outcome.status);
         EXPECT_THAT(outcome.text, AllOf(StartsWith("no service at " + url + ": is it running? (cannot connect: ")));
@@ -231,17 +230,28 @@ TEST(UiClient, ASilentPeerIsGivenUpAndConnectedToAgain) {
         AnswerWhoIsThere(peer);
         peer.Serve(GetReply(int32_t{33}));
     });
-    UiClient client(misled.peer.Url(), {.connect = 60s, .reply = 5s, .micTest = 5s});
+    UiClient client(misled.peer.Url(), {.connect = 60s, .reply = 60s, .micTest = 200ms});
     client.Connect();
 
-    const Outcome outcome = OutcomeOf([&] { client.Get(Field("7")); });
+    const Outcome outcome = OutcomeOf([&] { client.MicTest(); });
 
     isGivenUp.set_value();
     EXPECT_EQ(kNoService, outcome.status);
-    EXPECT_THAT(outcome.text, StartsWith("no reply to getUiCfgParameter from " + misled.peer.Url() + " within 5 s: "));
+    EXPECT_THAT(outcome.text, StartsWith("no reply to runAnalogMicTest from " + misled.peer.Url() + " within 0.2 s: "));
     EXPECT_EQ(1U, client.Losses());
     client.Connect();
     EXPECT_EQ(UiValue(int32_t{33}), client.Get(Field("7")));
+}
+
+TEST(UiClient, APeerThatNeverSaysWhoItIsIsGivenUp) {
+    const RawPeer listensOnly;
+    UiClient client(listensOnly.Url(), {.connect = 60s, .reply = 200ms, .micTest = 60s});
+
+    const Outcome outcome = OutcomeOf([&] { client.Connect(); });
+
+    EXPECT_EQ(kNoService, outcome.status);
+    EXPECT_THAT(outcome.text,
+                StartsWith("no reply to getIEcallUIAppVersion from " + listensOnly.Url() + " within 0.2 s: "));
 }
 
 TEST(UiClient, APeerThatGoesAwayDuringARequestIsReported) {

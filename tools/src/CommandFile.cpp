@@ -10,7 +10,7 @@
 namespace {
 
 std::string NameOf(const std::string& file) {
-    return file == "-" ? "standard input" : file;
+    return file == "-" ? "standard input" : WithoutControls(file);
 }
 
 /// As compilers write it, so that editors can jump there.

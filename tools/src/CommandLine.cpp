@@ -16,19 +16,6 @@ namespace {
 
 constexpr const char* kProgram = "ecalluictl";
 constexpr const char* kAbout = "Reads and changes the parameters of the eCall user-interface service.";
-constexpr const char* kFooter =
-    "NAME is a parameter's name in any case, its number, or its name in the interface.\n"
-    "\n"
-    "Exit status:\n"
-    "  0  done\n"
-    "  1  the service refused, failed, or holds another value than it was given\n"
-    "  2  wrong command line, name or value; nothing was sent\n"
-    "  3  no service, or no reply from it in time\n"
-    "  4  another service, or another version of it, listens there\n"
-    "  5  a file cannot be read or has errors; nothing was sent\n"
-    "  6  the output cannot be written\n"
-    "\n"
-    "ecalluictl COMMAND --help tells more of a command.";
 constexpr double kLongestSeconds = 86400;
 
 /// What a command takes besides the options of all.
@@ -63,14 +50,34 @@ const Command* FindCommand(const std::string& word) {
     return found == kCommands.end() ? nullptr : found;
 }
 
+std::vector<std::string> CommandNames() {
+    std::vector<std::string> names;
+    std::ranges::transform(kCommands, std::back_inserter(names), &Command::name);
+    return names;
+}
+
 // Parsing.
+
+std::string Footer() {
+    std::string text =
+        "NAME is a parameter's name in any case, its number, or its name in the interface.\n\nExit status:\n";
+    for (size_t status = 0; status < kExitMeanings.size(); ++status) {
+        text += "  " + std::to_string(status) + "  " + kExitMeanings.at(status) + "\n";
+    }
+    return text + "\n" + kProgram + " COMMAND --help tells more of a command.";
+}
 
 void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_option("--url", options.url, "where the service listens")->capture_default_str();
     app.add_flag("--json", options.json, "output for programs, errors included");
-    app.add_option("--timeout", options.timeout,
-                   "seconds to wait for the service (otherwise 2 to connect, 10 for a reply, 35 for mic-test)")
+    app.add_option(
+           "--timeout", options.timeout,
+           "seconds to wait for the service (otherwise 2 to connect, 10 for a reply, 30 for mic-test); for a reply "
+           "never longer than 30")
         ->check(CLI::Range(0.001, kLongestSeconds));
+    app.set_version_flag("--version",
+                         std::string(kProgram) + " for " + kUiInterface + " " + std::to_string(kUiMajorVersion),
+                         "which interface of the service the program speaks");
 }
 
 void AddWords(CLI::App& app, const Command& command, Options& options) {
@@ -106,7 +113,7 @@ void AddOwnOptions(CLI::App& app, const Command& command, Options& options) {
 }
 
 void Declare(CLI::App& app, Options& options) {
-    app.footer(kFooter);
+    app.footer(Footer());
     app.require_subcommand(1);
     AddCommonOptions(app, options);
     for (const Command& command : kCommands) {
@@ -115,6 +122,62 @@ void Declare(CLI::App& app, Options& options) {
         AddWords(*sub, command, options);
         AddOwnOptions(*sub, command, options);
     }
+}
+
+// Words that are typed.
+
+struct Typed {
+    std::vector<std::string> words;  ///< neither options nor values of options
+    bool endsInOption = false;       ///< the value of the last option is still to come
+    bool isKnown = true;             ///< there is no option before the first word that does not exist
+};
+
+/// Where the value that follows the option at the index ends; the shell makes words of their own of = and :.
+size_t EndOfValue(const std::vector<std::string>& words, size_t at) {
+    at += at + 1 < words.size() && words[at + 1] == "=" ? 2 : 1;
+    while (at + 1 < words.size() && words[at + 1] == ":") {
+        at += 2;
+    }
+    return at;
+}
+
+Typed WithoutOptions(const std::vector<std::string>& words) {
+    CLI::App app;
+    Options options;
+    AddCommonOptions(app, options);
+    for (const Command& command : kCommands) {
+        AddOwnOptions(app, command, options);
+    }
+    Typed typed;
+    for (size_t at = 0; at < words.size(); ++at) {
+        if (!words[at].starts_with("--")) {
+            typed.words.push_back(words[at]);
+            continue;
+        }
+        const CLI::Option* const option = app.get_option_no_throw(words[at].substr(0, words[at].find('=')));
+        typed.isKnown = typed.isKnown && (option != nullptr || !typed.words.empty());
+        if (option != nullptr && option->get_items_expected_max() > 0 && words[at].find('=') == std::string::npos) {
+            at = EndOfValue(words, at);
+            typed.endsInOption = at >= words.size();
+        }
+    }
+    return typed;
+}
+
+/// What is wrong with the command; empty when nothing is, or something before it is wrong.
+std::string WrongCommand(const std::vector<std::string>& words) {
+    const Typed typed = WithoutOptions(words);
+    if (!typed.isKnown || typed.words.empty() || typed.words.front().starts_with("-") ||
+        FindCommand(typed.words.front()) != nullptr) {
+        return "";
+    }
+    constexpr size_t kFarthest = 2;
+    const std::string& wrong = typed.words.front();
+    const auto names = CommandNames();
+    const auto distance = [&](const std::string& name) { return EditDistance(wrong.substr(0, 20), name); };
+    const std::string nearest = *std::ranges::min_element(names, {}, distance);
+    return "no command is called " + Quoted(wrong) +
+           (distance(nearest) <= kFarthest ? ", did you mean " + nearest : "");
 }
 
 // Running.
@@ -135,8 +198,8 @@ ExitStatus Run(const Command& command, const Options& options, Output& output) t
     return Report(failure.status, failure.what(), options.json, output);
 }
 
-ExitStatus RefuseCommandLine(const CLI::ParseError& error, bool json, Output& output) {
-    return Report(kMisused, std::string(error.what()) + "; \"" + kProgram + " --help\" tells more", json, output);
+ExitStatus RefuseCommandLine(const std::string& why, bool json, Output& output) {
+    return Report(kMisused, why + "; \"" + kProgram + " --help\" tells more", json, output);
 }
 
 ExitStatus ParseAndRun(const std::vector<std::string>& words, Output& output) {
@@ -151,8 +214,13 @@ ExitStatus ParseAndRun(const std::vector<std::string>& words, Output& output) {
         const auto chosen = app.get_subcommands();
         output.Line((chosen.empty() ? app : *chosen.front()).help());
         return kDone;
+    } catch (const CLI::CallForVersion& version) {
+        output.Line(version.what());
+        return kDone;
     } catch (const CLI::ParseError& error) {
-        return RefuseCommandLine(error, std::ranges::find(words, "--json") != words.end(), output);
+        const std::string wrong = WrongCommand(words);
+        return RefuseCommandLine(wrong.empty() ? error.what() : wrong,
+                                 std::ranges::find(words, "--json") != words.end(), output);
     }
     return Run(*FindCommand(app.get_subcommands().front()->get_name()), options, output);
 }
@@ -179,12 +247,6 @@ std::vector<std::string> OptionNames(const Command* command) {
             names.push_back("--" + name);
         }
     }
-    return names;
-}
-
-std::vector<std::string> CommandNames() {
-    std::vector<std::string> names;
-    std::ranges::transform(kCommands, std::back_inserter(names), &Command::name);
     return names;
 }
 
@@ -223,7 +285,7 @@ std::vector<std::string> ValuesOf(const std::string& name) {
 std::vector<std::string> AssignmentCandidates(const std::vector<std::string>& before, const std::string& current) {
     std::string name;
     for (const std::string& word : before) {
-        if (word == "=" || word.starts_with("--")) {
+        if (word == "=") {
             continue;
         }
         const bool isWhole = word.find('=') != std::string::npos;
@@ -255,7 +317,7 @@ bool Continues(const std::string& candidate, const std::string& begun) {
 }  // namespace
 
 void Complain(const std::string& message) {
-    std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
+    std::fprintf(stderr, "%s: %s\n", kProgram, WithoutControls(message).c_str());
 }
 
 OrderedJson ErrorJson(ExitStatus status, const std::string& message) {
@@ -277,16 +339,18 @@ std::vector<std::string> Candidates(const std::vector<std::string>& words) {
         return CommandNames();
     }
     const std::string& current = words.back();
-    const auto chosen = std::find_if(words.begin(), words.end() - 1,
-                                     [](const std::string& word) { return FindCommand(word) != nullptr; });
-    const Command* const command = chosen == words.end() - 1 ? nullptr : FindCommand(*chosen);
+    const Typed before = WithoutOptions({words.begin(), words.end() - 1});
+    const Command* const command = before.words.empty() ? nullptr : FindCommand(before.words.front());
     std::vector<std::string> candidates;
+    if (before.endsInOption) {
+        return {};
+    }
     if (current.starts_with("-")) {
         candidates = OptionNames(command);
-    } else if (command == nullptr) {
+    } else if (before.words.empty()) {
         candidates = CommandNames();
-    } else {
-        candidates = WordCandidates(*command, {chosen + 1, words.end() - 1}, current);
+    } else if (command != nullptr) {
+        candidates = WordCandidates(*command, {before.words.begin() + 1, before.words.end()}, current);
     }
     const std::string begun = current == "=" ? "" : current;
     std::erase_if(candidates, [&](const std::string& candidate) { return !Continues(candidate, begun); });

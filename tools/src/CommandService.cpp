@@ -21,7 +21,13 @@ ExitStatus CommandVersion(const Options& options, Output& output) {
 }
 
 ExitStatus CommandMicTest(const Options& options, Output& output) {
-    UiClient client(options.url, LimitsOf(options));
+    const UiLimits limits = LimitsOf(options);
+    if (limits.micTest > kLongestReply) {
+        throw Failure(
+            kMisused,
+            "mic-test can wait for 30 s at most, because its reply is given up then: give a shorter --timeout");
+    }
+    UiClient client(options.url, limits);
     client.Connect();
     if (isatty(STDERR_FILENO) == 1) {
         Complain("the service runs its script, for up to 30 s; it answers nobody else meanwhile");

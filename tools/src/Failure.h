@@ -2,18 +2,22 @@
 #ifndef FAILURE_H
 #define FAILURE_H
 
+#include <array>
 #include <stdexcept>
 #include <string>
 
-/// Exit statuses; documented in docs/ecalluictl.md, stable for scripts.
-enum ExitStatus {
-    kDone = 0,
-    kRefused = 1,    ///< the service refused, failed, or holds another value than it was given
-    kMisused = 2,    ///< command line, name or value; nothing was sent
-    kNoService = 3,  ///< nobody listens, the connection was lost, or no reply came in time
-    kOtherPeer = 4,  ///< who listens is another service, another version, or talks nonsense
-    kBadFile = 5,    ///< a file that cannot be read, or has errors; nothing was sent
-    kNoOutput = 6,   ///< the output could not be written
+/// Exit statuses, stable for scripts.
+enum ExitStatus { kDone, kRefused, kMisused, kNoService, kOtherPeer, kBadFile, kNoOutput };
+
+/// What each means; the help and docs/ecalluictl.md say it in the same words.
+constexpr std::array<const char*, kNoOutput + 1> kExitMeanings{
+    "done",
+    "the service refused or failed, or holds what cannot be told, or another value than it was given",
+    "wrong command line, name or value; nothing was sent",
+    "no service, the connection was lost, or no reply came in time",
+    "another service listens there, another major version, or something that does not talk as the service does",
+    "a file cannot be read or has errors; nothing was sent",
+    "the output cannot be written: a closed pipe, a full disk",
 };
 
 /// Names the value and the remedy.

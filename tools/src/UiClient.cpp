@@ -211,6 +211,7 @@ void UiClient::Ask(unsigned method, const ProtobufCMessage& request, millisecond
     }
     errorCode = 0;
     errorText.clear();
+    const unsigned lossesBefore = losses;
     Exchange exchange{.take = take};
     auto* const service = reinterpret_cast<ProtobufCService*>(client);
     service->invoke(service, method, &request, Exchange::Complete, &exchange);
@@ -226,12 +227,13 @@ void UiClient::Ask(unsigned method, const ProtobufCMessage& request, millisecond
     if (!exchange.hasReply) {
         NoticeLoss();
         const auto waited = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
-        Fail(name, wasCut || errorCode == -ETIMEDOUT ? std::min(limit, waited) : milliseconds{0});
+        Fail(name, wasCut || errorCode == -ETIMEDOUT ? std::min(limit, waited) : milliseconds{0},
+             losses != lossesBefore);
     }
 }
 
-/// waited: for a reply in vain; 0: it was not for want of time.
-void UiClient::Fail(const std::string& method, milliseconds waited) const {
+/// waited: for a reply in vain; 0: it was not for want of time. isLost: the connection was, perhaps for another one.
+void UiClient::Fail(const std::string& method, milliseconds waited, bool isLost) const {
     if (waited > milliseconds{0}) {
         throw NoReply("no reply to " + method + " from " + url + " within " + Seconds(waited) +
                       ": does a microphone test run, or hang? Try again, or restart the service");
@@ -240,7 +242,7 @@ void UiClient::Fail(const std::string& method, milliseconds waited) const {
         throw Failure(kOtherPeer, "who listens at " + url + " does not talk as the service does (" + errorText +
                                       "): is it the service, and of this version?");
     }
-    if (!IsConnected()) {
+    if (isLost) {
         throw Failure(kNoService,
                       "the connection to " + url + " was lost during " + method + ": is the service still running?");
     }

@@ -23,12 +23,14 @@ constexpr const char* kDefaultUrl = "xirtcp://127.0.0.1:50101";
 constexpr const char* kUiInterface = "com.vantu.ecalluiapp.iecalluiapp";
 constexpr uint32_t kUiMajorVersion = 1;
 
+/// The transport itself gives up every reply by then; a longer limit would not be kept.
+constexpr std::chrono::milliseconds kLongestReply{30000};
+
 struct UiLimits {
     std::chrono::milliseconds connect{2000};
     std::chrono::milliseconds reply{10000};
-    /// The script takes its time, and the service answers nobody else meanwhile. The transport itself gives up after 30
-    /// s.
-    std::chrono::milliseconds micTest{35000};
+    /// The script takes its time, and the service answers nobody else meanwhile.
+    std::chrono::milliseconds micTest{kLongestReply};
 };
 
 struct UiInterfaceVersion {
@@ -79,7 +81,7 @@ class UiClient {
                 const std::string& what, const TakeReply& take);
     void NoticeLoss();
     void RunUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit);
-    [[noreturn]] void Fail(const std::string& method, std::chrono::milliseconds waited) const;
+    [[noreturn]] void Fail(const std::string& method, std::chrono::milliseconds waited, bool isLost) const;
     void ReadSignal();
     static void OnConnection(xir_common_rpc_client* client, void* self, int32_t event);
     static void OnError(int32_t code, const char* message, void* self);

@@ -9,6 +9,7 @@
 
 #include "EcallUIDataJson.h"
 #include "Failure.h"
+#include "UiValues.h"
 #include "lib_c/src-gen/CommonTypes.pb-c.h"
 
 namespace {
@@ -129,11 +130,11 @@ const ConfigurationField* FindField(std::string_view name) {
 const ConfigurationField& FieldNamed(std::string_view name) {
     const ConfigurationField* const field = FindField(name);
     if (field == nullptr && WholeNumber(name)) {
-        throw Failure(kMisused, "no parameter has the number " + std::string(name) + "; \"list\" shows them");
+        throw Failure(kMisused, "no parameter has the number " + Harmless(name) + "; \"list\" shows them");
     }
     if (field == nullptr) {
-        throw Failure(kMisused, "no parameter is called \"" + std::string(name) + "\"" + DidYouMean(name) +
-                                    "; \"list\" shows them all");
+        throw Failure(kMisused,
+                      "no parameter is called " + Quoted(name) + DidYouMean(name) + "; \"list\" shows them all");
     }
     return *field;
 }

@@ -183,13 +183,26 @@ std::string ChangeWarning(const ConfigurationField& field, const UiValue& value)
     return "";
 }
 
-std::string Harmless(std::string_view text) {
+std::string WithoutControls(std::string_view text) {
+    constexpr auto kFirstOfTwo = '\xc2';  // of a control character in UTF-8 when the second byte is below 0xa0
     std::string harmless;
-    for (const char character : text.substr(0, kLongestQuote)) {
-        const bool isControl = std::iscntrl(static_cast<unsigned char>(character)) != 0;
-        harmless += isControl ? '?' : character;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const bool isPair = text[at] == kFirstOfTwo && at + 1 < text.size() &&
+                            static_cast<unsigned char>(text[at + 1]) >= 0x80 &&
+                            static_cast<unsigned char>(text[at + 1]) < 0xa0;
+        const bool isControl = isPair || std::iscntrl(static_cast<unsigned char>(text[at])) != 0;
+        harmless += isControl ? '?' : text[at];
+        at += isPair ? 1 : 0;
     }
-    return harmless + (text.size() > kLongestQuote ? "..." : "");
+    return harmless;
+}
+
+std::string Harmless(std::string_view text) {
+    size_t length = std::min(text.size(), kLongestQuote);
+    while (length > 0 && length < text.size() && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
+        --length;  // not within a character
+    }
+    return WithoutControls(text.substr(0, length)) + (length < text.size() ? "..." : "");
 }
 
 std::string Quoted(std::string_view text) {

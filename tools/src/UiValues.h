@@ -44,7 +44,9 @@ std::string JsonLine(const OrderedJson& json);
 /// What to know of a change of the field to this value; empty when it is felt at once.
 std::string ChangeWarning(const ConfigurationField& field, const UiValue& value);
 
-/// The text, shortened, with nothing in it that a terminal would obey; and the same in quotes.
+/// The text with nothing in it that a terminal would obey.
+std::string WithoutControls(std::string_view text);
+/// The same, shortened; and that in quotes.
 std::string Harmless(std::string_view text);
 std::string Quoted(std::string_view text);
 
