@@ -246,7 +246,7 @@ TEST(EcallUIAppButton, ACrashIsReportedWhileTheHeldButtonFillsTheTrace) {
 }
 
 TEST(EcallUIAppButton, TheHeldButtonCannotFillTheDisk) {
-    constexpr size_t kLimit = 4 * 1024;
+    constexpr size_t kLimit = size_t{4} * 1024;
     constexpr size_t kLongestRecord = 512 + 64;  // the line that reaches the limit is still written
     Unit unit;
     unit.Start(Polling({{"EcallButtonUsed", "false"}, {"MaxSizeOfTraceFileInKb", "4"}, {"NbTraceFileStored", "3"}}));
