@@ -495,6 +495,52 @@ TEST_F(XirCommonRpcServer, TheSixtyFifthClientIsRefusedUntilAnotherLeaves) {
     ExpectServed(clients.front());
 }
 
+TEST_F(XirCommonRpcServer, ANewcomerGetsThePlaceOfTheClientThatHasBeenSilentLongest) {
+    Holder holder;
+    Server server(kFile, path,
+                  [&](unsigned method, const ProtobufCMessage* request, ProtobufCClosure closure, void* closureData) {
+                      if (method == kDisconnect) {
+                          holder.Handler()(method, request, closure, closureData);
+                      } else {
+                          AnswerCode(0, closure, closureData);
+                      }
+                  });
+    // The first two have been silent longer than the others, but something is owed to them.
+    const RawSocket subscriber = Connect();
+    Exchange(subscriber, kSubscribe, Subscription(kNotifyState));
+    const RawSocket waiting = Connect();
+    waiting.Send(Frame(kDisconnect, kRequest, 0, 9));
+    const Held owed = holder.Take();
+    const RawSocket unfinished = Connect();
+    unfinished.Send({2, 0, 0, 0, 0});
+    std::vector<RawSocket> served;
+    while (served.size() < kXirClientLimit - 3) {
+        served.push_back(Connect());
+        ExpectServed(served.back());
+    }
+    EXPECT_TRUE(Connect().WaitClosed());
+
+    // Refused until the silence has lasted long enough.
+    const auto deadline = std::chrono::steady_clock::now() + 3 * kXirClientGrace;
+    Bytes reply;
+    while (reply.empty() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        reply = Exchange(Connect(), kTriggerEcall, kTrigger, 3);
+    }
+
+    EXPECT_EQ(Frame(kTriggerEcall, kReply, 0, 3, kZero), reply);
+    EXPECT_TRUE(unfinished.WaitClosed());
+    EXPECT_THAT(server.errors.Lines(),
+                Contains(HasSubstr("disconnected: it has been silent, and another client needs its place")));
+    owed.Answer(0);
+    EXPECT_EQ(Frame(kDisconnect, kReply, 0, 9, kZero), waiting.ReceiveFrame());
+    server.NotifyState(3);
+    EXPECT_FALSE(subscriber.ReceiveFrame().empty());
+    for (const RawSocket& client : served) {
+        ExpectServed(client);
+    }
+}
+
 TEST_F(XirCommonRpcServer, AServerWithoutDescriptorsAcceptsAgainWhenThereAreSome) {
     Server server(kFile, path);
     RawSocket waiting(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -1,5 +1,6 @@
 #include "xir_peer.h"
 
+#include <algorithm>
 #include <bit>
 #include <unordered_map>
 #include <utility>
@@ -64,6 +65,12 @@ void XirPeer::Reply(const xir_common_rpc_header& header, const XirSubscriptionRe
 bool XirPeer::Notify(uint16_t method, std::span<const uint8_t> frame) {
     const std::scoped_lock lock(mutex);
     return subscribed[method] && Send(frame);
+}
+
+bool XirPeer::IsIdle() {
+    const std::scoped_lock lock(mutex);
+    return openRequests.load(std::memory_order_relaxed) == 0 && !stream.HasOutput() &&
+           std::find(subscribed.begin(), subscribed.end(), true) == subscribed.end();
 }
 
 void* XirOpenRequest(const std::shared_ptr<XirPeer>& peer, uint16_t method, uint32_t requestId,

@@ -3,6 +3,7 @@
 #define XIR_PEER_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -30,6 +31,8 @@ class XirPeer : public std::enable_shared_from_this<XirPeer> {
     bool Notify(uint16_t method, std::span<const uint8_t> frame);
     /// True once the peer has stopped reading, so that it has to go.
     bool IsStuck() const { return stuck.load(std::memory_order_acquire); }
+    /// True when nobody owes the peer anything: no reply, no notification, no byte.
+    bool IsIdle();
 
     const std::string name;
     XirStream stream;
@@ -38,6 +41,7 @@ class XirPeer : public std::enable_shared_from_this<XirPeer> {
     // The dispatch thread's own.
     XirServer* server = nullptr;  // null once the peer was dropped
     unsigned watched = 0;         // events for which the stream is watched
+    std::chrono::steady_clock::time_point lastRequest = std::chrono::steady_clock::now();  // or when it connected
 
   private:
     bool Send(std::span<const uint8_t> frame);

@@ -99,7 +99,7 @@ void XirServer::OnAccept() {
         return;
     }
     std::string name = NameOf(peer, ++clientsSoFar);
-    if (Peers().size() < kXirClientLimit) {
+    if (HasRoom()) {
         Add(std::move(connected), std::move(name));
         return;
     }
@@ -107,6 +107,26 @@ void XirServer::OnAccept() {
         refusalReported = true;
         Report(-EUSERS, "client " + name + " refused: " + std::to_string(kXirClientLimit) + " are connected");
     }
+}
+
+/// Makes room if there is none. What a client has sent may lie unread while a handler took its time.
+bool XirServer::HasRoom() {
+    std::vector<PeerPointer> clients = Peers();
+    if (clients.size() < kXirClientLimit) {
+        return true;
+    }
+    const auto expired = std::chrono::steady_clock::now() - kXirClientGrace;
+    std::erase_if(clients, [expired](const PeerPointer& peer) {
+        return peer->lastRequest > expired || !peer->IsIdle() || peer->stream.HasUnread();
+    });
+    const auto oldest = std::min_element(clients.begin(), clients.end(), [](const auto& left, const auto& right) {
+        return left->lastRequest < right->lastRequest;
+    });
+    if (oldest == clients.end()) {
+        return false;
+    }
+    Drop(*oldest, -ETIMEDOUT, "it has been silent, and another client needs its place");
+    return keepAlive != nullptr;  // the callback may have ended the server
 }
 
 void XirServer::OnAcceptFailed(int error) {
@@ -225,6 +245,7 @@ bool XirServer::ServeNext(const PeerPointer& peer) {
         return false;
     }
     peer->stream.input.Consume(frame.size);
+    peer->lastRequest = std::chrono::steady_clock::now();
     if (frame.result == XIR_COMMON_RPC_UNKNOWN_METHOD ||
         (frame.result == XIR_COMMON_RPC_COMPLETE && !HasHandler(header.method_index))) {
         Refuse(*peer, header, XIR_COMMON_RPC_STATUS_UNKNOWN_METHOD);

@@ -5,6 +5,7 @@
 #ifndef XIR_SERVER_H
 #define XIR_SERVER_H
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,6 +17,9 @@
 #include "xir_reader_seat.h"
 
 constexpr size_t kXirClientLimit = 64;
+/// When all places are taken, a newcomer gets that of the client whose last request lies longest back, if it lies this
+/// far back and nothing is owed to that client: half a frame, or nothing at all, must not keep a place for ever.
+constexpr std::chrono::seconds kXirClientGrace{10};
 /// A client with more unanswered requests than this is disconnected.
 constexpr int kXirOpenRequestLimit = 4096;
 
@@ -57,6 +61,7 @@ class XirServer : public std::enable_shared_from_this<XirServer> {
     void WatchListener();
     void OnAccept();
     void OnAcceptFailed(int error);
+    bool HasRoom();
     void Add(XirDescriptor connected, std::string name);
     void Drop(const PeerPointer& peer, int32_t code, const std::string& reason);
     void Disconnect(XirPeer& peer);

@@ -76,3 +76,8 @@ XirReceived XirStream::Receive() {
     }
     return errno == EAGAIN || errno == EWOULDBLOCK ? XirReceived::Nothing : XirReceived::Failed;
 }
+
+bool XirStream::HasUnread() const {
+    char byte = 0;
+    return recv(socket.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) >= 0 || errno != EAGAIN;
+}

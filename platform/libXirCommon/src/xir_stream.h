@@ -52,6 +52,8 @@ class XirStream {
 
     /// One receive, with the reader role held. Never blocks.
     XirReceived Receive();
+    /// Whether a receive would bring something, be it the end. Never blocks.
+    bool HasUnread() const;
 
     std::mutex reader;
     XirByteQueue input;     ///< received, not looked at
