@@ -761,7 +761,7 @@ TEST(EcallUIConsoleEcall, AProxyThatComesAndGoesHarmsNobodyWhoUsesIt) {
     journal.Await(forwarded, mark);
     // The event thread has come to the end of what was sent, and may call.
     world.module.SensorBecomes(SensorStatus::Normal);
-    journal.Await(IsTraced("AIRBAG_SENSOR_NORMAL"), mark);
+    journal.AwaitCount(kRounds + 1, IsTraced("AIRBAG_SENSOR_NORMAL_MODE_10HZ ==> sensor detected"));
     const size_t before = world.peer.Requests(EcallMethod::TriggerEcall);
     world.module.SensorBecomes(SensorStatus::Emergency);
     EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, before + 1));

@@ -72,7 +72,7 @@ TEST(EcallUIConsole, TheLocationMenuIgnoresEveryCommandSilently) {
 
 // Reading.
 
-TEST(EcallUIConsole, SaysNothingBeforeItsFirstLine) {
+TEST(EcallUIConsole, ShowsNoMenuBeforeItsFirstLine) {
     ServiceWorld world;
     world.Configure(R"("ConnectEcallService": false)");
     world.module.StartService({"-m"}, true);
