@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstring>
@@ -94,7 +95,9 @@ namespace {
 
 struct SystemCall {
     long number = -1;
-    uintptr_t arguments[4] = {};
+    std::array<uintptr_t, 4> arguments{};
+
+    bool operator==(const SystemCall&) const = default;
 };
 
 /// The call in which a thread waits; without number while it runs.
@@ -112,15 +115,19 @@ SystemCall CallOf(const std::filesystem::path& task) {
 
 /// The duration that a thread has just handed to the kernel's sleep; none while it does anything else.
 std::optional<std::chrono::nanoseconds> SleepOf(pid_t pid, const std::filesystem::path& task) {
-    const auto [number, arguments] = CallOf(task);
-    if (number != SYS_clock_nanosleep && number != SYS_nanosleep) {
+    const SystemCall call = CallOf(task);
+    if (call.number != SYS_clock_nanosleep && call.number != SYS_nanosleep) {
         return std::nullopt;
     }
     timespec duration{};
     const iovec here{&duration, sizeof duration};
-    const iovec there{std::bit_cast<void*>(arguments[number == SYS_clock_nanosleep ? 2 : 0]), sizeof duration};
+    const iovec there{std::bit_cast<void*>(call.arguments[call.number == SYS_clock_nanosleep ? 2 : 0]),
+                      sizeof duration};
     if (process_vm_readv(pid, &here, 1, &there, 1, 0) != static_cast<ssize_t>(sizeof duration)) {
         return std::nullopt;
+    }
+    if (CallOf(task) != call) {
+        return std::nullopt;  // it slept when it was looked at, but what was read may be of later
     }
     return std::chrono::seconds(duration.tv_sec) + std::chrono::nanoseconds(duration.tv_nsec);
 }
