@@ -12,7 +12,8 @@
 
 namespace {
 
-/// exit, not _exit: what was printed must reach the console.
+/// exit, not _exit: what was printed must reach the console. The proxy's dispatch thread goes on meanwhile; it uses
+/// nothing that exit destroys.
 [[noreturn]] void GiveUp() {
     std::exit(EXIT_FAILURE);
 }
