@@ -136,6 +136,8 @@ struct Disagreement {
     int configured;
     int used;
     const char* message;
+
+    friend void PrintTo(const Disagreement& disagreement, std::ostream* out) { *out << disagreement.name; }
 };
 
 class EcallUIAppConnectDisagreement : public EcallUIAppConnect, public testing::WithParamInterface<Disagreement> {};

@@ -20,6 +20,10 @@ struct Duty {
     uint32_t brightnessPerCent;
     uint64_t periodNs;
     uint64_t dutyNs;
+
+    friend void PrintTo(const Duty& duty, std::ostream* out) {
+        *out << duty.brightnessPerCent << " % of " << duty.periodNs << " ns";
+    }
 };
 
 class EcallUIGpioLedDuty : public testing::TestWithParam<Duty> {};

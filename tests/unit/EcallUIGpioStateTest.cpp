@@ -16,6 +16,8 @@ struct Row {
     OutputChange relayPrompt;
     OutputChange relayVoice;
     LedPattern led;
+
+    friend void PrintTo(const Row& row, std::ostream* out) { *out << row.serviceState; }
 };
 
 constexpr Row kRows[] = {

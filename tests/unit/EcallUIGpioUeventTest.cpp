@@ -19,6 +19,8 @@ struct Announcement {
     const char* text;
     EcallHwEvent event;
     const char* logLine;
+
+    friend void PrintTo(const Announcement& announcement, std::ostream* out) { *out << announcement.text; }
 };
 
 class EcallUIGpioUeventText : public testing::TestWithParam<Announcement> {};

@@ -346,6 +346,8 @@ struct Slot {
     int32_t (*withdrawNone)(LocationProviderPubProxy*);
     std::string update;
     bool (*isSeenByTheFirst)();
+
+    friend void PrintTo(const Slot& slot, std::ostream* out) { *out << slot.name; }
 };
 
 const Slot kSlots[] = {
@@ -478,6 +480,8 @@ struct Question {
     unsigned method;
     std::string request;
     int32_t (*ask)(LocationProviderPubProxy*, XirRecord<TLocation>**);
+
+    friend void PrintTo(const Question& question, std::ostream* out) { *out << question.name; }
 };
 
 /// Both questions for a position have replies of one form.
@@ -705,6 +709,8 @@ struct Stranger {
     const char* name;
     std::string version;
     int32_t status;
+
+    friend void PrintTo(const Stranger& stranger, std::ostream* out) { *out << stranger.name; }
 };
 
 class LocationProviderStranger : public testing::TestWithParam<Stranger> {};

@@ -161,6 +161,8 @@ struct Command {
     unsigned method;
     std::string request;
     std::function<int32_t(IEcallAppPubProxy*)> call;
+
+    friend void PrintTo(const Command& command, std::ostream* out) { *out << command.name; }
 };
 
 const Command kCommands[] = {
@@ -665,6 +667,8 @@ struct Stranger {
     const char* name;
     std::string version;
     int32_t status;
+
+    friend void PrintTo(const Stranger& stranger, std::ostream* out) { *out << stranger.name; }
 };
 
 class XirEcallappStranger : public testing::TestWithParam<Stranger> {};
