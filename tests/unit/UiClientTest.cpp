@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <list>
 #include <thread>
 
 #include "Failure.h"
@@ -268,6 +269,39 @@ TEST(UiClient, APeerThatGoesAwayDuringARequestIsReported) {
     EXPECT_EQ(kNoService, outcome.status);
     EXPECT_EQ("the connection to " + misled.peer.Url() + " was lost during getUiVersion: is the service still running?",
               outcome.text);
+}
+
+TEST(UiClient, AServiceThatEndsTheConnectionAtOnceMayHaveTooManyClients) {
+    Misled misled([](RawPeer& peer) {
+        peer.Accept();
+        peer.Drop();
+    });
+    UiClient client(misled.peer.Url(), kLong);
+
+    const Outcome outcome = OutcomeOf([&] { client.Connect(); });
+
+    EXPECT_EQ(kNoService, outcome.status);
+    EXPECT_EQ("the service at " + misled.peer.Url() +
+                  " ended the connection at once: does it have 64 clients already? End one of them; or see whether it "
+                  "is still running",
+              outcome.text);
+}
+
+TEST(UiClient, ANewcomerToAServerThatIsFullIsToldSo) {
+    constexpr uint16_t kNotifyState = 18;
+    constexpr uint16_t kSubscribe = 19;
+    ServerPeer full;  // any server, because it is not even asked who it is; a subscriber keeps its place
+    std::list<RawClient> subscribers;
+    for (int i = 0; i < 64; ++i) {
+        subscribers.emplace_back(full.SocketPath())
+            .Call(kSubscribe, ProtoBytes().Number(1, kNotifyState).Text(2, "subscriber").bytes);
+    }
+    UiClient client(full.Url(), kLong);
+
+    const Outcome outcome = OutcomeOf([&] { client.Connect(); });
+
+    EXPECT_EQ(kNoService, outcome.status);
+    EXPECT_THAT(outcome.text, HasSubstr("does it have 64 clients already?"));
 }
 
 TEST(UiClient, APeerThatBreaksTheFramingIsNotTheService) {

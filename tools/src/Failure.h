@@ -31,4 +31,9 @@ struct NoReply : Failure {
     explicit NoReply(const std::string& message) : Failure(kNoService, message) {}
 };
 
+/// kNoService of a service that has ended the connection.
+struct ConnectionLost : Failure {
+    explicit ConnectionLost(const std::string& message) : Failure(kNoService, message) {}
+};
+
 #endif

@@ -122,8 +122,13 @@ bool UiClient::IsConnected() const {
     return client != nullptr && xir_common_rpc_client_is_connected(client) != 0;
 }
 
-/// A service that does not know the question, or refuses the answer, is another one.
-UiInterfaceVersion UiClient::WhoIsThere() try { return InterfaceVersion(); } catch (const Failure& failure) {
+/// A service that does not know the question, or refuses the answer, is another one. One that has no place for a client
+/// takes its connection only to end it.
+UiInterfaceVersion UiClient::WhoIsThere() try { return InterfaceVersion(); } catch (const ConnectionLost&) {
+    throw Failure(kNoService, "the service at " + url +
+                                  " ended the connection at once: does it have 64 clients already? End one of them; "
+                                  "or see whether it is still running");
+} catch (const Failure& failure) {
     if (failure.status == kRefused) {
         throw Failure(kOtherPeer, "at " + url + " listens who is not the service (" + failure.what() +
                                       "): give its address with --url");
@@ -243,8 +248,8 @@ void UiClient::Fail(const std::string& method, milliseconds waited, bool isLost)
                                       "): is it the service, and of this version?");
     }
     if (isLost) {
-        throw Failure(kNoService,
-                      "the connection to " + url + " was lost during " + method + ": is the service still running?");
+        throw ConnectionLost("the connection to " + url + " was lost during " + method +
+                             ": is the service still running?");
     }
     throw Failure(kRefused, "the service at " + url + " refused " + method +
                                 ": it does not know the request; use the program that came with the service");
