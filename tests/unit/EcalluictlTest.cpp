@@ -303,6 +303,21 @@ TEST(Ecalluictl, MicTestShowsTheValue) {
     EXPECT_EQ(Json({{"value", 12.5}}), Json::parse(json.output));
 }
 
+TEST(Ecalluictl, MicTestShowsAllDigitsThatTheServiceHasSentAndNoMore) {
+    UiPeer peer;
+    for (const auto& [value, text] : {std::pair(12.3F, "12.3"),
+                                      {1234567.9F, "1234567.9"},
+                                      {123456789.0F, "123456792"},
+                                      {0.0F, "0"},
+                                      {0.001F, "0.001"}}) {
+        peer.server.Answer(kUiMicTest, ProtoBytes().Number(1, 0).Float(2, value).bytes);
+
+        EXPECT_EQ(std::string(text) + "\n", Ask(peer, {"mic-test"}).output);
+        const Json json = Json::parse(Ask(peer, {"mic-test", "--json"}).output);
+        EXPECT_EQ(std::stod(text), json.at("value").get<double>());
+    }
+}
+
 TEST(Ecalluictl, AFailedMicTestEndsWithOne) {
     UiPeer peer;
     peer.server.Answer(kUiMicTest, ProtoBytes().Number(1, 4294967280).Float(2, 0).bytes);

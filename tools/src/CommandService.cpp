@@ -1,9 +1,21 @@
 // The service itself: its version, and the test of its analog microphone.
 #include <unistd.h>
 
-#include <cmath>
+#include <array>
+#include <charconv>
 
 #include "Commands.h"
+
+namespace {
+
+/// In decimals, as few as tell the value from every other one of its precision.
+std::string DecimalText(float value) {
+    std::array<char, 64> text{};  // the longest has 47
+    const auto [end, error] = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed);
+    return {text.begin(), end};
+}
+
+}  // namespace
 
 ExitStatus CommandVersion(const Options& options, Output& output) {
     UiClient client(options.url, LimitsOf(options));
@@ -32,13 +44,11 @@ ExitStatus CommandMicTest(const Options& options, Output& output) {
     if (isatty(STDERR_FILENO) == 1) {
         Complain("the service runs its script, for up to 30 s; it answers nobody else meanwhile");
     }
-    const float value = client.MicTest();
+    const std::string value = DecimalText(client.MicTest());
     if (options.json) {
-        output.Document({{"value", value}});
+        output.Document({{"value", std::stod(value)}});  // a double of the same decimals
     } else {
-        std::string text(32, '\0');
-        text.resize(static_cast<size_t>(std::snprintf(text.data(), text.size(), "%g", static_cast<double>(value))));
-        output.Line(text);
+        output.Line(value);
     }
     return kDone;
 }
