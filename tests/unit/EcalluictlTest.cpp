@@ -258,6 +258,35 @@ TEST(Ecalluictl, SetSendsNothingWhenAnythingIsWrong) {
                       " only; stop the service, edit it there, and start it again");
 }
 
+TEST(Ecalluictl, SetTakesAWordInBracketsForOneWord) {
+    for (const std::string& text : {std::string("[a,b]"), std::string("[8,5]"), std::string("[]"), std::string("["),
+                                    std::string("\x1f[a]"), std::string("{}"), std::string("%%"), std::string("=")}) {
+        UiPeer peer;
+
+        EXPECT_EQ(0, Ask(peer, {"set", kTextName, text}).status) << text;
+
+        EXPECT_EQ(UiValue(text), peer.Held(kTextName));
+        EXPECT_EQ(1U, peer.SetCount());
+    }
+    ExpectRefused({"set", kTextName, "[x,8,5]", "[7,20]"}, 2,
+                  "no parameter is called \"[7,20]\"; \"list\" shows them all");
+    ExpectRefused({"list", "[7]"}, 2, "The following argument was not expected: [7]; \"ecalluictl --help\" tells more");
+    ExpectRefused({"check", "[7]"}, 5,
+                  "cannot read [7]: No such file or directory; a service that finds no configuration file creates one "
+                  "with its defaults");
+}
+
+TEST(Ecalluictl, SetTakesAValueThatLooksLikeAnOptionBehindAnEqualsSign) {
+    UiPeer peer;
+
+    EXPECT_EQ(0, Ask(peer, {"set", std::string(kTextName) + "=--json"}).status);
+
+    EXPECT_EQ(UiValue(std::string("--json")), peer.Held(kTextName));
+    ExpectRefused({"set", kTextName, "-x"}, 2,
+                  "The following argument was not expected: -x; a value that begins with - is given as NAME=VALUE; "
+                  "\"ecalluictl --help\" tells more");
+}
+
 TEST(Ecalluictl, SetSaysHowFarItCameWhenTheServiceGoesAway) {
     RawPeer raw;
     std::thread steps([&] {
@@ -595,6 +624,17 @@ TEST(Ecalluictl, AMicTestIsNotWaitedForLongerThanTheTransportDoes) {
                   "mic-test can wait for 30 s at most, because its reply is given up then: give a shorter --timeout");
     UiPeer peer;
     EXPECT_EQ(0, Ask(peer, {"--timeout", "30", "mic-test"}).status);
+}
+
+TEST(Ecalluictl, SecondsAreANumberInTheirRange) {
+    for (const char* seconds : {"0", "-1", "86401", "nan", "inf", "5s", ""}) {
+        const std::string end =
+            " to 86400 seconds, not \"" + std::string(seconds) + "\"; \"ecalluictl --help\" tells more";
+        ExpectRefused({"get", "7", "--timeout", seconds}, 2, "--timeout: may be 0.001" + end);
+        ExpectRefused({"watch", "--interval", seconds}, 2, "--interval: may be 0.01" + end);
+    }
+    UiPeer peer;
+    EXPECT_EQ(0, Ask(peer, {"get", "7", "--timeout", "86400"}).status);
 }
 
 TEST(Ecalluictl, AWrongCommandIsNamedWithTheRightOne) {

@@ -58,6 +58,38 @@ std::vector<std::string> CommandNames() {
 
 // Parsing.
 
+/// Goes before a word that begins with [ or with it: the parser takes [A,B] for two words, A and B.
+constexpr char kGuard = '\x1f';
+
+std::string Guarded(const std::string& word) {
+    return word.starts_with('[') || word.starts_with(kGuard) ? kGuard + word : word;
+}
+
+void Unguard(std::string& word) {
+    word.erase(0, word.starts_with(kGuard) ? 1 : 0);
+}
+
+void Unguard(Options& options) {
+    Unguard(options.url);
+    Unguard(options.file);
+    for (std::string& word : options.words) {
+        Unguard(word);
+    }
+}
+
+/// The parser's own check of a range lets NaN through.
+CLI::Validator SecondsFrom(double shortest) {
+    using CLI::detail::to_string;
+    const std::string range = to_string(shortest) + " to " + to_string(kLongestSeconds);
+    const auto judge = [shortest, range](const std::string& text) {
+        double seconds = 0;
+        const bool isNumber = CLI::detail::lexical_cast(text, seconds);
+        const bool isInRange = isNumber && seconds >= shortest && seconds <= kLongestSeconds;
+        return isInRange ? "" : "may be " + range + " seconds, not " + Quoted(text);
+    };
+    return {judge, range};
+}
+
 std::string Footer() {
     std::string text =
         "NAME is a parameter's name in any case, its number, or its name in the interface.\n\nExit status:\n";
@@ -74,7 +106,7 @@ void AddCommonOptions(CLI::App& app, Options& options) {
            "--timeout", options.timeout,
            "seconds to wait for the service (otherwise 2 to connect, 10 for a reply, 30 for mic-test); for a reply "
            "never longer than 30")
-        ->check(CLI::Range(0.001, kLongestSeconds));
+        ->check(SecondsFrom(0.001));
     app.set_version_flag("--version",
                          std::string(kProgram) + " for " + kUiInterface + " " + std::to_string(kUiMajorVersion),
                          "which interface of the service the program speaks");
@@ -108,7 +140,7 @@ void AddOwnOptions(CLI::App& app, const Command& command, Options& options) {
     if (command.run == CommandWatch) {
         app.add_option("--interval", options.interval, "seconds between two looks")
             ->capture_default_str()
-            ->check(CLI::Range(0.01, kLongestSeconds));
+            ->check(SecondsFrom(0.01));
     }
 }
 
@@ -198,16 +230,24 @@ ExitStatus Run(const Command& command, const Options& options, Output& output) t
     return Report(failure.status, failure.what(), options.json, output);
 }
 
-ExitStatus RefuseCommandLine(const std::string& why, bool json, Output& output) {
+ExitStatus RefuseCommandLine(std::string why, bool json, Output& output) {
+    std::erase(why, kGuard);
     return Report(kMisused, why + "; \"" + kProgram + " --help\" tells more", json, output);
+}
+
+/// The parser takes a value that begins with - for an option.
+std::string Remedy(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    const bool isSet = !chosen.empty() && FindCommand(chosen.front()->get_name())->takes == Takes::Assignments;
+    return isSet ? "; a value that begins with - is given as NAME=VALUE" : "";
 }
 
 ExitStatus ParseAndRun(const std::vector<std::string>& words, Output& output) {
     CLI::App app(kAbout, kProgram);
     Options options;
     Declare(app, options);
-    std::vector<std::string> backwards = words;  // as the parser wants them
-    std::ranges::reverse(backwards);
+    std::vector<std::string> backwards;  // as the parser wants them
+    std::ranges::transform(words.rbegin(), words.rend(), std::back_inserter(backwards), Guarded);
     try {
         app.parse(backwards);
     } catch (const CLI::CallForHelp&) {
@@ -219,9 +259,12 @@ ExitStatus ParseAndRun(const std::vector<std::string>& words, Output& output) {
         return kDone;
     } catch (const CLI::ParseError& error) {
         const std::string wrong = WrongCommand(words);
-        return RefuseCommandLine(wrong.empty() ? error.what() : wrong,
+        const bool isUnexpected = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+        const std::string remedy = isUnexpected ? Remedy(app) : "";
+        return RefuseCommandLine(wrong.empty() ? error.what() + remedy : wrong,
                                  std::ranges::find(words, "--json") != words.end(), output);
     }
+    Unguard(options);
     return Run(*FindCommand(app.get_subcommands().front()->get_name()), options, output);
 }
 
