@@ -233,6 +233,18 @@ TEST(EcallUIAppButton, AButtonThatIsNotUsedMakesNoCallHoweverLongItIsHeld) {
     EXPECT_THAT(unit.Triggers(), IsEmpty());
 }
 
+TEST(EcallUIAppButton, TheThreadNeverSleepsWhileAButtonThatIsNotUsedIsHeld) {
+    constexpr size_t kLines = 300;  // a pause of a millisecond after each would be seen
+    Unit unit;
+    unit.Start(Polling({{"EcallButtonUsed", "false"}}));
+    unit.module.SetButton(true);
+    unit.journal.Await(IsTraced(kNotUsed));
+
+    while (unit.journal.Count(IsTraced(kNotUsed)) < kLines) {
+        ASSERT_FALSE(IsAsleep(unit.module.Service(), kThread));
+    }
+}
+
 TEST(EcallUIAppButton, ACrashIsReportedWhileTheHeldButtonFillsTheTrace) {
     Unit unit;
     unit.Start(Polling({{"EcallButtonUsed", "false"}}));

@@ -170,6 +170,13 @@ std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::str
     return sleep.value_or(0ns);
 }
 
+bool IsAsleep(const ModuleProcess& process, const std::string& name) {
+    const auto isAsleep = AwaitThread(
+        process, name, [&](const auto& task) { return std::optional(SleepOf(process.Pid(), task).has_value()); });
+    EXPECT_TRUE(isAsleep) << "no thread " << name;
+    return isAsleep.value_or(false);
+}
+
 void AwaitLockWait(const ModuleProcess& process, const std::string& name) {
     const bool waits = AwaitThread(process, name, [](const auto& task) { return CallOf(task).number == SYS_futex; });
     EXPECT_TRUE(waits) << "no thread " << name << " that waits for another one";

@@ -39,6 +39,9 @@ Match IsReplyTo(std::string method);
 /// What a thread of the service sleeps for, once it sleeps; waits for that. name: as the kernel shows it.
 std::chrono::nanoseconds AwaitSleep(const ModuleProcess& process, const std::string& name);
 
+/// Whether a thread of the service sleeps just now.
+bool IsAsleep(const ModuleProcess& process, const std::string& name);
+
 /// Waits until a thread of the service waits for another one, such as for a lock.
 void AwaitLockWait(const ModuleProcess& process, const std::string& name);
 
