@@ -326,7 +326,7 @@ TEST(EcallUIAppSrvc, ThreadsThatCannotBeStartedAreSaidAndStartUpGoesOn) {
     // No address space has room for such a stack (200 TB), and a thread is given one.
     world.module.Start("/bin/sh", {"-c", "ulimit -s 200000000000; exec " + service});
 
-    uint64_t after = 0;
+    uint64_t after = world.module.journal.Await(IsTraced("XirCreateIEcallUIApp")).seq;  // the server is the first
     for (const std::string name : {"SelfTest", "ButtonPolling", "Thread_GNSS"}) {
         const std::string message = "Cannot start the thread " + name + " (Resource temporarily unavailable)";
         const Entry traced = world.module.journal.Await(IsTracedAs(message), after);
@@ -334,6 +334,7 @@ TEST(EcallUIAppSrvc, ThreadsThatCannotBeStartedAreSaidAndStartUpGoesOn) {
         world.module.journal.Await(IsInSyslogAs(message));
         after = traced.seq;
     }
+    after = world.module.journal.Await(IsTracedAs("GetUIStateFromSavedFile - Enter"), after).seq;
     world.module.journal.Await(IsTraced("InitGpio - exit"), after);
 }
 #endif
