@@ -581,6 +581,17 @@ TEST(EcallUIConsoleEcall, AStateThatIsAskedForIsFollowed) {
     EXPECT_EQ(1U, world.module.journal.Count(IsWritten(line::kNlock, "0"), mark));
 }
 
+TEST(EcallUIConsoleEcall, AStateThatComesWithARefusalIsFollowedToo) {
+    EcallMenu world;
+    world.peer.Answer(EcallMethod::RequestState, {.code = 7});
+
+    const std::string output = world.Type("8");
+
+    // What comes along is a record of zeros.
+    EXPECT_THAT(output, HasSubstr("service state    : TEcallappServiceState_Disabled (0) \n\r"));
+    EXPECT_THAT(output, EndsWith("SetGpioServiceState - exit\n\r" + std::string(kError)));
+}
+
 TEST(EcallUIConsoleEcall, StatesAreNotifiedWhileTheirHandlerIsRegistered) {
     EcallMenu world;
     Journal& journal = world.module.journal;
@@ -656,8 +667,9 @@ TEST(EcallUIConsoleEcall, ASecondProxyTakesThePlaceOfTheFirst) {
 
     const std::string output = world.Type("1");
 
-    const size_t connected = output.find("Connected. (srvcUrl=");
-    EXPECT_LT(connected, output.find("releaseIEcallAppPubProxy (0x"));
+    const size_t released = output.find("releaseIEcallAppPubProxy (0x");
+    ASSERT_NE(std::string::npos, released);
+    EXPECT_LT(output.find("Connected. (srvcUrl="), released);
     EXPECT_EQ("\n", world.Type("4"));
     EXPECT_EQ(kSubscribed, world.Type("18"));
 }
