@@ -175,6 +175,8 @@ TEST(EcallUIConsoleGpio, TheSensorsDeviceIsNoLine) {
 
     // A directory can be opened, but not read: the first character of nothing less '0'.
     EXPECT_EQ("Read last ecall-ens (GPIO_21) event : -48 \n", Said(world.Type("8")));
+    world.module.attributes.Remove(world.module.devices.sensor);
+    EXPECT_EQ("Read last ecall-ens (GPIO_21) event : -1 \n", Said(world.Type("8")));
 
     EXPECT_THAT(Uses(world.module, mark), IsEmpty());
 }
