@@ -6,6 +6,7 @@
 #include "ConsoleWorld.h"
 
 using namespace std::chrono_literals;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -82,6 +83,29 @@ TEST(EcallUIConsole, ShowsNoMenuBeforeItsFirstLine) {
 
     world.module.journal.Await(IsOnConsole(" 3  : GpioUI Menu       "));
     EXPECT_EQ(1U, world.module.journal.Count(IsWithinConsoleLine(" MAIN MENU  ")));
+}
+
+TEST(EcallUIConsole, AnEmptyLineComesBeforeTheFirstLineIsTyped) {
+    ServiceWorld world;
+    world.Configure(
+        R"("ConnectEcallService": false, "GpioInputPwm_ENS_Used": false, "GpioInputButton_nRQST_Used": false)");
+    world.module.StartService({"-m"}, true);
+    Journal& journal = world.module.journal;
+
+    const Entry started = journal.Await(IsWithinConsoleLine("InitGpio - exit"));
+    EXPECT_EQ("", journal.Await(IsKind(Kind::Console), started.seq + 1).text);
+    EXPECT_THAT(world.module.Service().Output(), EndsWith("InitGpio - exit\n\r\n"));
+}
+
+TEST(EcallUIConsole, TheFirstPassFollowsTheClosingPullOfTheState) {
+    ConsoleWorld world;
+
+    world.Start();  // its line was typed before
+
+    const std::string output = world.module.Service().Output();
+    const size_t pull = output.find("XirEcallapp_requestState \n");
+    const size_t followed = output.find("SetGpioServiceState - exit", pull);
+    EXPECT_LT(followed, output.find("getIntParam : *piVal = "));
 }
 
 TEST(EcallUIConsole, OnlyAFirstPointLeadsToTheMainMenu) {
