@@ -1,12 +1,17 @@
 // Parameters as a client of the service reads and changes them, and what becomes of them in the file, in the eCall
 // service and after a restart.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <ctime>
 #include <thread>
 
+#include "Descriptor.h"
 #include "RawPeer.h"
 #include "ServiceWorld.h"
 #include "UiParameters.h"
@@ -319,6 +324,68 @@ TEST(EcallUIDataParamOfTheService, ATextUpToTheFramesLimitIsTakenAndOneBeyondEnd
     other.WaitForEnd();
 
     EXPECT_EQ(UiGetReply({.text = std::string(63, 'a')}), Get(client, kEnableLine));
+}
+
+namespace {
+
+/// The service's standard output, of which nothing is read until somebody asks for it.
+class UnreadConsole {
+  public:
+    explicit UnreadConsole(ServiceWorld& world) {
+        const std::string path = world.module.root.Outside(kInside);
+        EXPECT_EQ(0, mkfifo(path.c_str(), 0666));
+        reader = Descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    }
+    static std::string Redirection() { return std::string(">") + kInside; }
+
+    /// Reads until the text has come; answers all that has come.
+    std::string ReadUntil(const std::string& text) {
+        std::string output;
+        std::array<char, 65536> buffer;
+        while (output.find(text) == std::string::npos) {
+            pollfd readable{reader.Get(), POLLIN, 0};
+            if (poll(&readable, 1, static_cast<int>(std::chrono::milliseconds(Journal::kLimit).count())) <= 0) {
+                ADD_FAILURE() << "no more output";
+                break;
+            }
+            const ssize_t count = read(reader.Get(), buffer.data(), buffer.size());
+            if (count == 0) {
+                ADD_FAILURE() << "the output ended";
+                break;
+            }
+            output.append(buffer.data(), static_cast<size_t>(std::max(count, ssize_t{0})));
+        }
+        return output;
+    }
+
+  private:
+    static constexpr char kInside[] = "/tmp/console";
+    Descriptor reader;
+};
+
+}  // namespace
+
+TEST(EcallUIDataParamOfTheService, ALongTextThatTheConsoleTakesLateIsSaidWholeAndHoldsNobodyForGood) {
+    ServiceWorld world;
+    ASSERT_TRUE(world.peer.Start());
+    UnreadConsole console(world);
+    const std::string service = world.module.root.Install(Module::ServiceProgram());
+    const ModuleProcess& process =
+        world.module.Start("/bin/sh", {"-c", "exec " + service + " " + UnreadConsole::Redirection()});
+    world.module.journal.Await(IsTraced("Wait for an event (blocking wait)"));
+    const std::string text(1000000, 'a');
+    RawClient client(kUiPort);
+
+    client.Request(kSetUiCfgParameter, UiSetRequest(kEnableLine, {.text = text}));
+    AwaitLongWrite(process, "IEcallUIAppSrvc");
+    world.module.SensorBecomes(SensorStatus::Emergency);
+    AwaitLockWait(process, "Thread_GPIO_UEV");  // its messages come after the text
+    const std::string output = console.ReadUntil("EcallUISetParameter - Exit");
+
+    EXPECT_NE(std::string::npos, output.find("int=0, Str=" + text + "\n"));
+    EXPECT_NE(std::string::npos, output.find("IntValue=0, StrValue=" + text + "\n"));
+    EXPECT_EQ(kDone, client.Receive().payload);
+    EXPECT_TRUE(world.peer.AwaitRequests(EcallMethod::TriggerEcall, 1));
 }
 
 // --- The microphone ---

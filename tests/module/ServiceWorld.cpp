@@ -181,3 +181,12 @@ void AwaitLockWait(const ModuleProcess& process, const std::string& name) {
     const bool waits = AwaitThread(process, name, [](const auto& task) { return CallOf(task).number == SYS_futex; });
     EXPECT_TRUE(waits) << "no thread " << name << " that waits for another one";
 }
+
+void AwaitLongWrite(const ModuleProcess& process, const std::string& name) {
+    constexpr uintptr_t kPipeSize = 65536;
+    const bool writes = AwaitThread(process, name, [](const auto& task) {
+        const auto [number, arguments] = CallOf(task);
+        return number == SYS_write && arguments[2] > kPipeSize;
+    });
+    EXPECT_TRUE(writes) << "no thread " << name << " that writes much";
+}

@@ -44,5 +44,7 @@ bool IsAsleep(const ModuleProcess& process, const std::string& name);
 
 /// Waits until a thread of the service waits for another one, such as for a lock.
 void AwaitLockWait(const ModuleProcess& process, const std::string& name);
+/// The same for one that writes more at once than a pipe holds, such as to a console that nobody reads.
+void AwaitLongWrite(const ModuleProcess& process, const std::string& name);
 
 #endif
