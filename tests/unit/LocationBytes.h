@@ -14,6 +14,8 @@ struct LocationValues {
     uint64_t localTimestamp = 1'699'999'999'000;
     uint64_t receiveTimestamp = 1'699'999'999'999;
     uint64_t timestamp = 1'699'999'998'500;
+    bool is2dFix = true;
+    bool is3dFix = false;
     bool isValid = true;
 };
 
@@ -32,8 +34,8 @@ inline ProtoBytes LocationBytes(const LocationValues& values = {}) {
                                        .Float(10, 12.5F)
                                        .Float(11, 13.5F)
                                        .Float(12, 14.5F)
-                                       .Number(13, 1)
-                                       .Number(14, 0);
+                                       .Number(13, values.is2dFix ? 1 : 0)
+                                       .Number(14, values.is3dFix ? 1 : 0);
     const ProtoBytes date = ProtoBytes().Double(1, 345600.25).Double(2, 18.75).Number(3, values.weekNumber);
     const ProtoBytes time = ProtoBytes()
                                 .Message(1, date)

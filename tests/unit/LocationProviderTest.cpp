@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -204,6 +205,20 @@ TEST_F(LocationProvider, WeekNumbersArriveWithTheirLow16Bits) {
     EXPECT_EQ(5, locations[2].location.week_number);
 }
 
+TEST_F(LocationProvider, EachOfTheThreeFlagsArrivesOnItsOwn) {
+    ASSERT_EQ(0, loc_registerTheCurrentLocation(proxy, NoteLocation));
+
+    peer.Notify(kNotifyLocation, LocationUpdate({.is2dFix = true, .is3dFix = false, .isValid = false}));
+    peer.Notify(kNotifyLocation, LocationUpdate({.is2dFix = false, .is3dFix = true, .isValid = false}));
+    peer.Notify(kNotifyLocation, LocationUpdate({.is2dFix = false, .is3dFix = false, .isValid = true}));
+
+    std::vector<std::array<int, 3>> flags;
+    for (const auto& [location, text] : seenLocations.Wait(3)) {
+        flags.push_back({location.valid_2d_fix, location.valid_3d_fix, location.valid_flag});
+    }
+    EXPECT_THAT(flags, ElementsAre(std::array{1, 0, 0}, std::array{0, 1, 0}, std::array{0, 0, 1}));
+}
+
 TEST_F(LocationProvider, TextsOfAnyLengthKeepTheirTerminator) {
     ASSERT_EQ(0, loc_registerTheCurrentLocation(proxy, NoteLocation));
     const std::vector<std::string> texts = {"", "x", std::string(16, 'a'), std::string(100'000, 'b')};
@@ -292,6 +307,35 @@ TEST_F(LocationProviderRaw, NotificationsWithoutCallbackAreLoggedAndDropped) {
                                 "dispatchNonRpcMessage - notification received (method_index=4)\n"));
     EXPECT_TRUE(seenLocations.Wait(0).empty());
     EXPECT_TRUE(seenStates.Wait(0).empty());
+}
+
+TEST_F(LocationProviderRaw, ALocationAheadOfTheSubscriptionsReplyReachesTheCallback) {
+    auto registration =
+        std::async(std::launch::async, [this] { return loc_registerTheCurrentLocation(proxy, NoteLocation); });
+    const RawFrame question = peer.Receive();
+
+    peer.Notify(kNotifyLocation, LocationUpdate({.weekNumber = 4}));
+    peer.Reply(question, kOk);
+    EXPECT_EQ(0, registration.get());
+    peer.Notify(kNotifyLocation, LocationUpdate({.weekNumber = 5}));
+
+    const auto locations = seenLocations.Wait(2);
+    ASSERT_EQ(2U, locations.size());
+    EXPECT_EQ(4, locations[0].location.week_number);
+    EXPECT_EQ(5, locations[1].location.week_number);
+}
+
+TEST_F(LocationProviderRaw, ALocationAheadOfTheReplyToAWithdrawalReachesNobody) {
+    RegisterForLocations();
+    auto withdrawal =
+        std::async(std::launch::async, [this] { return loc_deregisterTheCurrentLocation(proxy, NoteLocation); });
+    const RawFrame question = peer.Receive();
+
+    peer.Notify(kNotifyLocation, LocationUpdate());
+    peer.Reply(question, kOk);
+
+    EXPECT_EQ(0, withdrawal.get());
+    EXPECT_TRUE(seenLocations.Wait(0).empty());  // it was read before the reply
 }
 
 // --- Provider-state notifications ---
