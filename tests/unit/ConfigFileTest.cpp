@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "EcallUIDataConfig.h"
+#include "EcallUIDataJson.h"
 #include "Failure.h"
 #include "ServiceTest.h"
 #include "UiFields.h"
@@ -202,6 +203,25 @@ TEST(ConfigFile, AFileFullOfNonsenseIsNotToldToItsEnd) {
     const auto lines = Shown(text + "\"LedPwmPeriodMs\": 20}");
     ASSERT_EQ(kMostFindings + 1, lines.size());
     EXPECT_EQ("0:0 error and so on: this is no configuration file", lines.back());
+}
+
+TEST(ConfigFile, AFullFileOfRepetitionsFarFromTheFirstOneIsJudgedToItsEnd) {
+    std::string text = "{";
+    while (text.size() < kLongestConfiguration / 2) {
+        text += "\"nobody knows me\":1,";
+    }
+    text += "\"HW_Name\":\"first\"";
+    while (text.size() < kLongestConfiguration - 100) {
+        text += ",\"HW_Name\":\"again\"";
+    }
+    text += ",\"LedPwmPeriodMs\":20}";
+
+    const ConfigFileVerdict verdict = JudgeConfigFile(text);
+
+    EXPECT_EQ(kMostFindings + 1, verdict.findings.size());
+    EXPECT_EQ(2U, verdict.given.size());
+    EXPECT_STREQ("first", verdict.loaded.HW_Name.get().c_str());
+    EXPECT_EQ(20, verdict.loaded.LedPwmPeriodMs);
 }
 
 TEST(ConfigFile, GivenAreTheFieldsThatTheFileSets) {

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -41,14 +42,15 @@ class Judge {
     void JudgeRefusal(size_t end);
     void JudgeSyntax();
     void JudgeMembers(const cJSON& object);
-    void JudgeMember(const Member& member, const cJSON& object);
+    void JudgeMember(const Member& member);
+    void JudgeRepetition(const Member& member, const ConfigurationField& field);
     void JudgeField(const Member& member, const ConfigurationField& field);
     void JudgeBoolean(const Member& member, const ConfigurationField& field);
     void JudgeNumber(const Member& member, const ConfigurationField& field);
     void JudgeText(const Member& member, const ConfigurationField& field);
 
     std::string_view text;
-    std::vector<MemberPlace> places;
+    std::map<const ConfigurationField*, MemberPlace> firsts;  ///< those that the service takes
     ConfigFileVerdict verdict;
 };
 
@@ -63,11 +65,6 @@ const char* KindOf(const cJSON& json) {
         return "a boolean";
     }
     return cJSON_IsObject(&json) ? "an object" : cJSON_IsArray(&json) ? "an array" : "null";
-}
-
-/// The member that the service reads for the field; null when there is none.
-const cJSON* MemberOf(const cJSON& object, const ConfigurationField& field) {
-    return cJSON_GetObjectItem(&object, field.key);
 }
 
 /// The field that the key names for the service, which has no other names and no numbers here.
@@ -178,34 +175,32 @@ void Judge::JudgeField(const Member& member, const ConfigurationField& field) {
     }
 }
 
-void Judge::JudgeMember(const Member& member, const cJSON& object) {
+/// Of many findings only the first are told; the others must not be long in the making.
+void Judge::JudgeRepetition(const Member& member, const ConfigurationField& field) {
+    const LineColumn first = IsFull() ? LineColumn{} : PlaceOf(text, firsts.at(&field).key);
+    Add(member.place.key, true,
+        std::string(field.key) + " once more: the service takes the first one, in line " + std::to_string(first.line) +
+            ", column " + std::to_string(first.column));
+}
+
+void Judge::JudgeMember(const Member& member) {
     const std::string key = member.json.string;
     const ConfigurationField* const field = FieldOfKey(key);
     if (field == nullptr) {
         Add(member.place.key, true,
             "the service knows no key " + Quoted(key) + " and passes over it" + (IsFull() ? "" : DidYouMean(key)));
-        return;
-    }
-    const cJSON* const first = MemberOf(object, *field);
-    if (first == &member.json) {
+    } else if (firsts.try_emplace(field, member.place).second) {
         JudgeField(member, *field);
-        return;
+    } else {
+        JudgeRepetition(member, *field);
     }
-    size_t index = 0;
-    for (const cJSON* one = object.child; one != first; one = one->next) {
-        ++index;
-    }
-    const LineColumn place = PlaceOf(text, places.at(index).key);
-    Add(member.place.key, true,
-        std::string(field->key) + " once more: the service takes the first one, in line " + std::to_string(place.line) +
-            ", column " + std::to_string(place.column));
 }
 
 void Judge::JudgeMembers(const cJSON& object) {
-    places = LocateMembers(text);
+    const std::vector<MemberPlace> places = LocateMembers(text);
     auto place = places.begin();
     for (const cJSON* one = object.child; one != nullptr && place != places.end(); one = one->next, ++place) {
-        JudgeMember({*one, *place, text.substr(place->value, place->valueEnd - place->value)}, object);
+        JudgeMember({*one, *place, text.substr(place->value, place->valueEnd - place->value)});
     }
 }
 
