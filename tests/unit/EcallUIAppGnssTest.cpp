@@ -160,6 +160,7 @@ TEST(EcallUIAppGnss, AltitudeIsNarrowedToTheNearestFloat) {
 
     EXPECT_EQ(16777216.0F, altitude(16777217.0));  // the first whole number that a float cannot hold
     EXPECT_EQ(-430.5F, altitude(-430.5));
+    EXPECT_EQ(-std::numeric_limits<float>::infinity(), altitude(-1e300));
     EXPECT_EQ(std::numeric_limits<float>::infinity(), altitude(std::numeric_limits<double>::infinity()));
     EXPECT_TRUE(std::isnan(altitude(std::numeric_limits<double>::quiet_NaN())));
 }

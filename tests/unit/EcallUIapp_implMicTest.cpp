@@ -43,6 +43,8 @@ const struct SoundRow {
     // Single precision: nine digits are more than it holds.
     {"123456789\n", 123456792.0F},
     {"999999999\n", 1e9F},
+    {"333106897\n", 333106880.0F},  // 333106912 with more precision on the way
+    {"0.9984235\n", 0.998423517F},  // 0.998423457 with more precision on the way
     {"0.1\n", 0.1F},
     {"1.1\n", 1 + 1 / 10.0F},
     {"0.1234567\n",
