@@ -733,6 +733,19 @@ TEST(EcallUIConsoleEcall, ACallUnderWayIsAwaitedBeforeItsProxyGoes) {
     journal.Await(IsTraced("CanTriggerAutoEcall=0"));  // the trigger had its reply
 }
 
+TEST(EcallUIConsoleEcall, TheProxyInUseStaysWhileAnotherIsWaitedFor) {
+    BusyMenu world;
+    Journal& journal = world.module.journal;
+    world.peer.Stop();
+    world.module.Service().Input("1\n");
+    journal.AwaitCount(3, IsWithinConsoleLine("Connecting... (srvcUrl="));  // two at start-up
+
+    world.module.SensorBecomes(SensorStatus::Emergency);
+
+    journal.Await(IsTracedAs("XirEcallapp_triggerEcall error :  srvcResult = -12"));
+    EXPECT_EQ(0U, journal.Count(IsTraced("pProxyEcallapp == NULL")));
+}
+
 TEST(EcallUIConsoleEcall, ACrashWithoutAProxyIsReportedOnceThereIsOneAndItIsSeenAgain) {
     BusyMenu world;
     Journal& journal = world.module.journal;
