@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "MessageBlank.h"
-#include "RawClient.h"
+#include "WireClient.h"
 
 namespace {
 
@@ -13,9 +13,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class EcallClient : public RawClient {
+class EcallClient : public WireClient {
   public:
-    EcallClient() : RawClient(kEcallPort, com__vantu__ecallapp__iecall_app__descriptor) {}
+    EcallClient() : WireClient(kEcallPort, com__vantu__ecallapp__iecall_app__descriptor) {}
 
     uint32_t Trigger(bool automatic) {
         Com__Vantu__Ecallapp__TriggerEcallRequest request = COM__VANTU__ECALLAPP__TRIGGER_ECALL_REQUEST__INIT;
@@ -101,7 +101,7 @@ TEST_F(EcallPeerTest, BothDirectionsAreInTheJournalWithTheirFields) {
     }
     EXPECT_THAT(
         entries,
-        ElementsAre("RpcRequest subscribe messageid=18 clientName=\"RawClient\"", "RpcReply subscribe responsecode=0",
+        ElementsAre("RpcRequest subscribe messageid=18 clientName=\"WireClient\"", "RpcReply subscribe responsecode=0",
                     "RpcRequest triggerEcall automatic=1", "RpcReply triggerEcall responsecode=0",
                     "RpcNotify notifyNotifyState serviceState=ActiveAutomaticECall(101) "
                     "simProfileState=Commercial(0) networkState=CsFullService(5) callState=Inactive(0) "

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "EcallPeer.h"
-#include "RawClient.h"
+#include "WireClient.h"
 
 namespace {
 
@@ -19,9 +19,9 @@ using testing::StartsWith;
 constexpr uint32_t kLocation = 3;
 constexpr uint32_t kProviderState = 4;
 
-class LocationClient : public RawClient {
+class LocationClient : public WireClient {
   public:
-    LocationClient() : RawClient(kLocationPort, com__vantu__ms__location__location_provider__descriptor) {}
+    LocationClient() : WireClient(kLocationPort, com__vantu__ms__location__location_provider__descriptor) {}
 
     void Subscribe(uint32_t notification) {
         AskFor(LocationMethod::Subscribe, notification);
@@ -311,7 +311,7 @@ TEST_F(LocationPeerTest, ItsWireIsInTheJournalUnderItsName) {
         entries.push_back(std::string(KindName(entry.kind)) + " " + entry.subject + " " + entry.text);
     }
     EXPECT_THAT(entries, ElementsAre(StartsWith("RpcConnect "),  //
-                                     "RpcRequest subscribe messageid=3 clientName=\"RawClient\"",
+                                     "RpcRequest subscribe messageid=3 clientName=\"WireClient\"",
                                      "RpcReply subscribe responsecode=0",
                                      "RpcNotify notifyTheCurrentProviderState status=DEEP_LOW_POWER(1)",
                                      StartsWith("RpcNotify notifyTheCurrentLocation extra_info=\"\" heading=0 ")));

@@ -1,6 +1,6 @@
 /// A client that knows nothing but the bytes on the wire, for tests of the services beside the module.
-#ifndef RAW_CLIENT_H
-#define RAW_CLIENT_H
+#ifndef WIRE_CLIENT_H
+#define WIRE_CLIENT_H
 
 #include <protobuf-c/protobuf-c.h>
 
@@ -24,13 +24,13 @@ struct Frame {
 /// The fields of the frame's payload, as MessageText writes them.
 std::string Text(const Frame& frame, const ProtobufCMessageDescriptor& descriptor);
 
-class RawClient {
+class WireClient {
   public:
     /// Connects to the port of this machine; service: the descriptor of the one that listens there, borrowed.
-    RawClient(uint16_t port, const ProtobufCServiceDescriptor& service);
-    ~RawClient();
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
+    WireClient(uint16_t port, const ProtobufCServiceDescriptor& service);
+    ~WireClient();
+    WireClient(const WireClient&) = delete;
+    WireClient& operator=(const WireClient&) = delete;
 
     bool IsConnected() const { return isConnected; }
 
@@ -44,7 +44,7 @@ class RawClient {
     uint32_t Ask(Method method) {
         return SendBlank(static_cast<unsigned>(method));
     }
-    /// Sends a request that names a notification, as "subscribe" does, under the client name "RawClient".
+    /// Sends a request that names a notification, as "subscribe" does, under the client name "WireClient".
     template <typename Method>
     uint32_t AskFor(Method method, uint32_t notification) {
         return SendSubscription(static_cast<unsigned>(method), notification);

@@ -1,4 +1,4 @@
-#include "RawClient.h"
+#include "WireClient.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ std::string Text(const Frame& frame, const ProtobufCMessageDescriptor& descripto
     return text;
 }
 
-RawClient::RawClient(uint16_t port, const ProtobufCServiceDescriptor& of)
+WireClient::WireClient(uint16_t port, const ProtobufCServiceDescriptor& of)
     : service(of), descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -42,11 +42,11 @@ RawClient::RawClient(uint16_t port, const ProtobufCServiceDescriptor& of)
     isConnected = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-RawClient::~RawClient() {
+WireClient::~WireClient() {
     close(descriptor);
 }
 
-uint32_t RawClient::Send(unsigned method, const ProtobufCMessage& request) {
+uint32_t WireClient::Send(unsigned method, const ProtobufCMessage& request) {
     Bytes payload(protobuf_c_message_get_packed_size(&request));
     protobuf_c_message_pack(&request, payload.data());
     const auto size = static_cast<uint8_t>(payload.size());
@@ -56,19 +56,19 @@ uint32_t RawClient::Send(unsigned method, const ProtobufCMessage& request) {
     return lastId;
 }
 
-uint32_t RawClient::SendBlank(unsigned method) {
+uint32_t WireClient::SendBlank(unsigned method) {
     return Send(method, MessageBlank(*service.methods[method].input).Get());
 }
 
-uint32_t RawClient::SendSubscription(unsigned method, uint32_t notification) {
+uint32_t WireClient::SendSubscription(unsigned method, uint32_t notification) {
     Com__Vantu__Ms__Protobuf__SubscribeRequest request = COM__VANTU__MS__PROTOBUF__SUBSCRIBE_REQUEST__INIT;
-    std::string name("RawClient");
+    std::string name("WireClient");
     request.messageid = notification;
     request.clientname = name.data();
     return Send(method, request.base);
 }
 
-Frame RawClient::Read() {
+Frame WireClient::Read() {
     const Bytes header = ReadBytes(kHeaderSize);
     if (header.size() < kHeaderSize) {
         ADD_FAILURE() << "no frame came";
@@ -81,7 +81,7 @@ Frame RawClient::Read() {
             .payload = ReadBytes(Number(header, 0, 4))};
 }
 
-Bytes RawClient::ReadBytes(size_t count) {
+Bytes WireClient::ReadBytes(size_t count) {
     Bytes bytes;
     while (bytes.size() < count && IsReadable(Journal::kLimit)) {
         Bytes piece(count - bytes.size());
@@ -94,12 +94,12 @@ Bytes RawClient::ReadBytes(size_t count) {
     return bytes;
 }
 
-bool RawClient::IsReadable(std::chrono::milliseconds limit) const {
+bool WireClient::IsReadable(std::chrono::milliseconds limit) const {
     pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
     return poll(&wait, 1, static_cast<int>(limit.count())) == 1;
 }
 
-bool RawClient::IsClosed() {
+bool WireClient::IsClosed() {
     uint8_t byte = 0;
     return IsReadable(Journal::kLimit) && recv(descriptor, &byte, 1, 0) <= 0;
 }
