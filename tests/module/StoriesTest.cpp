@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <ostream>
+#include <vector>
 
 #include "EcallPeer.h"
 #include "LocationPeer.h"
@@ -38,105 +40,109 @@ struct Stage {
     }
 };
 
-TEST(Stories, ALedThatCannotBeSwitchedOnIsMissed) {
-    Stage stage;
-    stage.module.attributes.AddFault(stage.module.Led("enable"), Use::Write, Fault::Error(EIO));
+/// What is broken, in which story, and what its account says of that.
+struct BrokenRow {
+    const char* name;
+    const char* story;
+    void (*breakIt)(Stage& stage);
+    std::vector<const char*> told;
+};
 
-    EXPECT_FALSE(stage.Play("dtr"));
-
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    led: 25 %, steady\n"));
+void PrintTo(const BrokenRow& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(Stories, ARelayThatIsNotThereIsMissed) {
+class BrokenUnit : public testing::TestWithParam<BrokenRow> {};
+
+TEST_P(BrokenUnit, FailsTheStory) {
     Stage stage;
-    stage.module.attributes.SetMissing(line::kRelay);
+    GetParam().breakIt(stage);
 
-    EXPECT_FALSE(stage.Play("crash"));
+    EXPECT_FALSE(stage.Play(GetParam().story));
 
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    relay: audio relay on\n"));
+    for (const char* told : GetParam().told) {
+        EXPECT_THAT(stage.account, HasSubstr(told));
+    }
 }
 
-TEST(Stories, ACallThatIsNeverTriggeredIsMissed) {
-    Stage stage;
-    stage.peer.Answer(EcallMethod::TriggerEcall, {.code = 1});
+const RpcAnswering kRefused{.code = 1};
 
-    EXPECT_FALSE(stage.Play("crash"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    rpc: <- triggerEcall responsecode=0\n"));
-}
-
-TEST(Stories, AButtonThatCannotBeReadMakesNoCall) {
-    Stage stage;
-    stage.module.attributes.SetMissing(line::kButton);
-
-    EXPECT_FALSE(stage.Play("sos"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    rpc: -> triggerEcall automatic=0\n"));
-}
-
-TEST(Stories, APollingThatSeesNoButtonIsMissed) {
-    Stage stage;
-    stage.module.attributes.SetMissing(line::kButton);
-
-    EXPECT_FALSE(stage.Play("long-press"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    trace: spurious signal on ecall-nrqst ==> do nothing\n"));
-}
-
-TEST(Stories, AnAntennaThatIsNotSelectedForTheCallIsMissed) {
-    Stage stage;
-    stage.module.attributes.AddFault(line::kAntennaValue, Use::Write, Fault::Error(EIO).FromThe(3));
-
-    EXPECT_FALSE(stage.Play("crash"));
-
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    antenna: eCall antenna selected\n"));
-}
-
-TEST(Stories, ACallThatNobodyAskedForIsNoticed) {
-    Stage stage;
-    stage.module.SetSensor(SensorStatus::Emergency);
-
-    EXPECT_FALSE(stage.Play("bounce"));
-
-    EXPECT_THAT(stage.account, HasSubstr("  must not come, but came:\n    rpc: -> triggerEcall automatic=1\n"));
-}
-
-TEST(Stories, AnAntennaThatIsNotConnectedFailsTheSelfTestsStory) {
-    Stage stage;
-    stage.module.SetAttribute(line::kAdc1, "2500000\n");
-
-    EXPECT_FALSE(stage.Play("selftest"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    trace: cellularAntennaConnection = TSelfTestDeviceState_Success\n"));
-}
-
-TEST(Stories, ARecoveryThatFailsIsMissed) {
-    Stage stage;
-    stage.module.ioctls.AddFault("eth0 command 44", Fault::Error(EIO));
-
-    EXPECT_FALSE(stage.Play("lost-irq"));
-
-    EXPECT_THAT(stage.account, HasSubstr("IOCTL ERROR (1)"));
-}
-
-TEST(Stories, PositionsThatAreNotSubscribedToAreMissed) {
-    Stage stage;
-    stage.locations.Answer(LocationMethod::Subscribe, {.code = 1});
-
-    EXPECT_FALSE(stage.Play("drive"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    location: <- subscribe responsecode=0\n"));
-}
-
-TEST(Stories, APositionThatTheEcallServiceNeverTookIsMissed) {
-    Stage stage;
-    stage.peer.Answer(EcallMethod::UpdateGnssLocation, {.code = 1});
-
-    EXPECT_FALSE(stage.Play("drive"));
-
-    EXPECT_THAT(stage.account, HasSubstr("The eCall service's last position before the crash: none\n"));
-    EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Stories, BrokenUnit,
+    testing::Values(
+        BrokenRow{"ALedThatCannotBeSwitchedOn",
+                  "dtr",
+                  [](Stage& stage) {
+                      stage.module.attributes.AddFault(stage.module.Led("enable"), Use::Write, Fault::Error(EIO));
+                  },
+                  {"  expected, but missing:\n    led: 25 %, steady\n"}},
+        BrokenRow{"ARelayThatIsNotThere",
+                  "crash",
+                  [](Stage& stage) { stage.module.attributes.SetMissing(line::kRelay); },
+                  {"  expected, but missing:\n    relay: audio relay on\n"}},
+        BrokenRow{"ACallThatIsNeverTriggered",
+                  "crash",
+                  [](Stage& stage) { stage.peer.Answer(EcallMethod::TriggerEcall, kRefused); },
+                  {"    rpc: <- triggerEcall responsecode=0\n"}},
+        BrokenRow{"AButtonThatCannotBeRead",
+                  "sos",
+                  [](Stage& stage) { stage.module.attributes.SetMissing(line::kButton); },
+                  {"    rpc: -> triggerEcall automatic=0\n"}},
+        BrokenRow{"APollingThatSeesNoButton",
+                  "long-press",
+                  [](Stage& stage) { stage.module.attributes.SetMissing(line::kButton); },
+                  {"    trace: spurious signal on ecall-nrqst ==> do nothing\n"}},
+        BrokenRow{"AnAntennaThatIsNotSelectedForTheCall",
+                  "crash",
+                  [](Stage& stage) {
+                      stage.module.attributes.AddFault(line::kAntennaValue, Use::Write, Fault::Error(EIO).FromThe(3));
+                  },
+                  {"  expected, but missing:\n    antenna: eCall antenna selected\n"}},
+        BrokenRow{"ACallThatNobodyAskedFor",
+                  "bounce",
+                  [](Stage& stage) { stage.module.SetSensor(SensorStatus::Emergency); },
+                  {"  must not come, but came:\n    rpc: -> triggerEcall automatic=1\n"}},
+        BrokenRow{"AnAntennaThatIsNotConnected",
+                  "selftest",
+                  [](Stage& stage) { stage.module.SetAttribute(line::kAdc1, "2500000\n"); },
+                  {"    trace: cellularAntennaConnection = TSelfTestDeviceState_Success\n"}},
+        BrokenRow{"ARecoveryThatFails",
+                  "lost-irq",
+                  [](Stage& stage) { stage.module.ioctls.AddFault("eth0 command 44", Fault::Error(EIO)); },
+                  {"IOCTL ERROR (1)"}},
+        BrokenRow{"PositionsThatAreNotSubscribedTo",
+                  "drive",
+                  [](Stage& stage) { stage.locations.Answer(LocationMethod::Subscribe, kRefused); },
+                  {"    location: <- subscribe responsecode=0\n"}},
+        BrokenRow{"APositionThatTheEcallServiceNeverTook",
+                  "drive",
+                  [](Stage& stage) { stage.peer.Answer(EcallMethod::UpdateGnssLocation, kRefused); },
+                  {"The eCall service's last position before the crash: none\n", "    story: : on the track\n"}},
+        BrokenRow{"AReportOnTheReceptionThatIsRefused",  // then the next one is not made
+                  "tunnel",
+                  [](Stage& stage) { stage.peer.Answer(EcallMethod::UpdateSelfTestAllDevicesState, kRefused); },
+                  {"    rpc: -> updateSelfTestAllDevicesState gnssParametersIntegrity=Failed(1) "
+                   "gnssAntennaConnection=Failed(1) gnssReceiverOperability=Success(0)\n"}},
+        BrokenRow{"AParameterThatDoesNotReachTheFile",
+                  "parameters",
+                  [](Stage& stage) { stage.module.root.MakeReadOnly("/data/etc/ecall"); },
+                  {"tool     LedEcallIdleBrightness1PerCent: 25 -> 50 %\n",
+                   "  expected, but missing:\n    story: The configuration file holds "
+                   "\"LedEcallIdleBrightness1PerCent\":50,\n"}},
+        BrokenRow{"AMicrophoneThatLeavesNoResult",
+                  "mic-test",
+                  [](Stage& stage) { stage.module.root.MakeReadOnly("/tmp"); },
+                  {"  expected, but missing:\n    tool: 12.5\n"}},
+        BrokenRow{"AnAudioScriptThatIsNotThereWithTheDigitalMicrophone",
+                  "mic-source",
+                  [](Stage& stage) { stage.module.RemoveScript(file::kAudioScript); },
+                  {"EcallMicrophoneSource: 0 -> 1\n",
+                   "  expected, but missing:\n    script: launch-audio-for-ecall.sh start\n"}},
+        BrokenRow{"AUnitThatIsNeverNotified",
+                  "peer-restart",
+                  [](Stage& stage) { stage.peer.Answer(EcallMethod::Subscribe, kRefused); },
+                  {"    led: 90 % / 0 %, every 1000 ms\n"}}),
+    [](const testing::TestParamInfo<BrokenRow>& row) { return row.param.name; });
 
 TEST(Stories, APositionThatIsNotOnTheTrackIsNoticed) {
     Stage stage;
@@ -154,55 +160,6 @@ TEST(Stories, APositionThatIsNotOnTheTrackIsNoticed) {
 
     EXPECT_THAT(stage.account, HasSubstr("position 1.5000 N 0.0000 E, 0 km/h, heading 0°: not on the track\n"));
     EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
-}
-
-TEST(Stories, AReportOnTheReceptionThatIsRefusedLeavesTheNextOneOut) {
-    Stage stage;
-    stage.peer.Answer(EcallMethod::UpdateSelfTestAllDevicesState, {.code = 1});
-
-    EXPECT_FALSE(stage.Play("tunnel"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    rpc: -> updateSelfTestAllDevicesState gnssParametersIntegrity=Failed(1) "
-                                         "gnssAntennaConnection=Failed(1) gnssReceiverOperability=Success(0)\n"));
-}
-
-TEST(Stories, AParameterThatDoesNotReachTheFileIsMissed) {
-    Stage stage;
-    stage.module.root.MakeReadOnly("/data/etc/ecall");
-
-    EXPECT_FALSE(stage.Play("parameters"));
-
-    EXPECT_THAT(stage.account, HasSubstr("tool     LedEcallIdleBrightness1PerCent: 25 -> 50 %\n"));
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    story: The configuration file holds "
-                                         "\"LedEcallIdleBrightness1PerCent\":50,\n"));
-}
-
-TEST(Stories, AMicrophoneThatLeavesNoResultIsMissed) {
-    Stage stage;
-    stage.module.root.MakeReadOnly("/tmp");
-
-    EXPECT_FALSE(stage.Play("mic-test"));
-
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    tool: 12.5\n"));
-}
-
-TEST(Stories, AnAudioScriptThatIsNotThereIsMissedWithTheDigitalMicrophone) {
-    Stage stage;
-    stage.module.RemoveScript(file::kAudioScript);
-
-    EXPECT_FALSE(stage.Play("mic-source"));
-
-    EXPECT_THAT(stage.account, HasSubstr("EcallMicrophoneSource: 0 -> 1\n"));
-    EXPECT_THAT(stage.account, HasSubstr("  expected, but missing:\n    script: launch-audio-for-ecall.sh start\n"));
-}
-
-TEST(Stories, AUnitThatIsNeverNotifiedIsMissed) {
-    Stage stage;
-    stage.peer.Answer(EcallMethod::Subscribe, {.code = 1});
-
-    EXPECT_FALSE(stage.Play("peer-restart"));
-
-    EXPECT_THAT(stage.account, HasSubstr("    led: 90 % / 0 %, every 1000 ms\n"));
 }
 
 }  // namespace
