@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <list>
+#include <optional>
 
 #include "RawPeer.h"
 #include "ServiceWorld.h"
@@ -339,80 +340,73 @@ std::string LastStatus(ServiceWorld& world) {
     return last;
 }
 
+/// A call that has started during a microphone test, so that both scripts run. That of the test ends when
+/// "/tmp/microphone" is there.
+struct TwoScripts {
+    ServiceWorld world;
+    Journal& journal = world.module.journal;
+    std::optional<RawClient> client;  ///< has asked for the test
+    uint64_t mark = 0;                ///< before the call
+
+    explicit TwoScripts(const ScriptBehaviour& audioScript) {
+        LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/microphone"));
+        world.Start();
+        world.AwaitRest();
+        world.module.SetScript(file::kAudioScript, audioScript);
+        client.emplace(kUiPort);
+        client->Request(kRunAnalogMicTest, "");
+        journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
+        mark = journal.Mark();
+        StartCall(world.peer);
+        journal.Await({.kind = Kind::Script, .subject = kAudioScript, .text = "begin start"}, mark);
+    }
+
+    void EndMicrophoneScript() { world.module.root.WriteFile("/tmp/microphone", ""); }
+};
+
 }  // namespace
 
 TEST(EcallUIAppImplOfTheService, ACallThatStartsDuringAMicrophoneTestWaitsForItsOwnScriptOnly) {
-    ServiceWorld world;
-    LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/go"));
-    world.Start();
-    world.AwaitRest();
-    world.module.SetScript(file::kAudioScript, {.exitStatus = 3});
-    Journal& journal = world.module.journal;
-    RawClient client(kUiPort);
-    client.Request(kRunAnalogMicTest, "");
-    journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
+    TwoScripts scripts({.exitStatus = 3});
 
-    StartCall(world.peer);
-    const Entry relayIsOn = journal.Await(IsWritten(line::kRelay, "1"));
+    const Entry relayIsOn = scripts.journal.Await(IsWritten(line::kRelay, "1"), scripts.mark);
     // In the file itself: it has each line before the service goes on.
-    EXPECT_THAT(world.TraceMessages(), Contains("Child process exited with status 768"));
-    world.module.root.WriteFile("/tmp/go", "");
+    EXPECT_THAT(scripts.world.TraceMessages(), Contains("Child process exited with status 768"));
+    scripts.EndMicrophoneScript();
 
-    EXPECT_EQ(MicReply(0, 12.5F), client.Receive().payload);
-    const Entry tested = journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "end 0"});
+    EXPECT_EQ(MicReply(0, 12.5F), scripts.client->Receive().payload);
+    const Entry tested = scripts.journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "end 0"});
     EXPECT_LT(relayIsOn.seq, tested.seq);
-    EXPECT_EQ("Child process exited with status 0", LastStatus(world));
+    EXPECT_EQ("Child process exited with status 0", LastStatus(scripts.world));
 }
 
 TEST(EcallUIAppImplOfTheService, ScriptsThatEndTheOtherWayRoundHoldNobody) {
-    ServiceWorld world;
-    LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/microphone"));
-    world.Start();
-    world.AwaitRest();
-    world.module.SetScript(file::kAudioScript, {.exitStatus = 3, .commands = WaitFor("/tmp/audio")});
-    Journal& journal = world.module.journal;
-    const std::ptrdiff_t before = SaidEnds(world);
-    RawClient client(kUiPort);
-    client.Request(kRunAnalogMicTest, "");
-    journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
-    const uint64_t mark = journal.Mark();
-    StartCall(world.peer);
-    journal.Await({.kind = Kind::Script, .subject = kAudioScript, .text = "begin start"}, mark);
+    TwoScripts scripts({.exitStatus = 3, .commands = WaitFor("/tmp/audio")});
+    const std::ptrdiff_t before = SaidEnds(scripts.world);
 
     // The relay's wait is given this end, or goes on until the audio script ends.
-    world.module.root.WriteFile("/tmp/microphone", "");
-    EXPECT_EQ(MicReply(0, 12.5F), client.Receive().payload);
-    world.module.root.WriteFile("/tmp/audio", "");
+    scripts.EndMicrophoneScript();
+    EXPECT_EQ(MicReply(0, 12.5F), scripts.client->Receive().payload);
+    scripts.world.module.root.WriteFile("/tmp/audio", "");
 
-    journal.Await(IsWritten(line::kRelay, "1"), mark);
-    EXPECT_EQ(before + 2, SaidEnds(world));
-    EXPECT_EQ(kVersionReply, client.Call(kGetUiVersion, "").payload);
+    scripts.journal.Await(IsWritten(line::kRelay, "1"), scripts.mark);
+    EXPECT_EQ(before + 2, SaidEnds(scripts.world));
+    EXPECT_EQ(kVersionReply, scripts.client->Call(kGetUiVersion, "").payload);
 }
 
 TEST(EcallUIAppImplOfTheService, AnAudioScriptThatNeverEndsHoldsNoMicrophoneTest) {
-    ServiceWorld world;
-    LetScriptMeasure(world.module, "12.5", WaitFor("/tmp/microphone"));
-    world.Start();
-    world.AwaitRest();
-    world.module.SetScript(file::kAudioScript, {.hangs = true});
-    Journal& journal = world.module.journal;
-    RawClient client(kUiPort);
-    client.Request(kRunAnalogMicTest, "");
-    journal.Await({.kind = Kind::Script, .subject = kMicScript, .text = "begin"});
-    const uint64_t mark = journal.Mark();
-    StartCall(world.peer);
-    journal.Await({.kind = Kind::Script, .subject = kAudioScript, .text = "begin start"}, mark);
+    TwoScripts scripts({.hangs = true});
 
-    world.module.root.WriteFile("/tmp/microphone", "");
+    scripts.EndMicrophoneScript();
 
-    EXPECT_EQ(MicReply(0, 12.5F), client.Receive().payload);
+    EXPECT_EQ(MicReply(0, 12.5F), scripts.client->Receive().payload);
     for (int i = 0; i < 5; ++i) {  // as long as the relay waits, either may be given each end
-        EXPECT_EQ(MicReply(0, 12.5F), client.Call(kRunAnalogMicTest, "").payload);
-        EXPECT_EQ(kVersionReply, client.Call(kGetUiVersion, "").payload);
+        EXPECT_EQ(MicReply(0, 12.5F), scripts.client->Call(kRunAnalogMicTest, "").payload);
+        EXPECT_EQ(kVersionReply, scripts.client->Call(kGetUiVersion, "").payload);
     }
     // The relay may be waiting still, and then no state is followed. The crash is reported all the same.
-    world.module.SensorBecomes(SensorStatus::Emergency);
-    EXPECT_EQ("automatic=1", journal.Await(IsRpcRequest("triggerEcall"), mark).text);
+    scripts.world.module.SensorBecomes(SensorStatus::Emergency);
+    EXPECT_EQ("automatic=1", scripts.journal.Await(IsRpcRequest("triggerEcall"), scripts.mark).text);
 }
 
 // --- Clients without manners ---
