@@ -1,9 +1,7 @@
 // One blocking call through the proxy beside a bare exchange on a socket with the same hand-over: the caller sends and
 // sleeps, another thread receives and wakes it. The same peer process answers both.
 
-#include <arpa/inet.h>
 #include <linux/futex.h>
-#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
@@ -17,6 +15,7 @@
 #include <thread>
 
 #include "EchoPeer.h"
+#include "Floor.h"
 #include "Measure.h"
 #include "XirEcallapp.h"
 
@@ -28,17 +27,7 @@ constexpr int kPerRound = 400;
 /// A connection whose replies another thread receives.
 class BareExchange {
   public:
-    explicit BareExchange(std::uint16_t port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        const int on = 1;
-        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
-            perror("connect");
-            std::exit(1);
-        }
+    explicit BareExchange(std::uint16_t port) : fd(ConnectTo(port)) {
         std::thread([this] { Receive(); }).detach();
     }
 
