@@ -1,6 +1,6 @@
 // What is measured on the whole service, in a virtual module with plain attribute files: the road from an airbag event
 // to the request for a call, beside a program that makes just the road's system calls; that of a position from the
-// location service to the eCall service, beside a bare relay; and what the service costs to keep. The trace line is
+// location service to the eCall service, likewise; and what the service costs to keep. The trace line is
 // measured here too, since it wants the module's file system.
 
 #include <sys/socket.h>
@@ -178,7 +178,7 @@ bool BenchForwarding(Module& module) {
         Append(relay, ForwardingBy(module, BENCH_FLOOR_RELAY));
     }
     module.root.Remove(file::kConfiguration);
-    return PrintRatio("Position received -> sent on", service, relay, 2.5, stdout);
+    return PrintRatio("Position received -> sent on", service, relay, 1.5, stdout);
 }
 
 bool BenchTraceLine(Module& module) {
