@@ -16,6 +16,7 @@
 #include "Module.h"
 #include "Namespaces.h"
 #include "Story.h"
+#include "StoryParts.h"
 #include "TerminalConsole.h"
 
 namespace {
@@ -139,7 +140,7 @@ int Shell() {
     EcallPeer peer(module.journal, HumanService());
     LocationPeer locations(module.journal);
     StoryWorld world{.module = module, .peer = peer, .locations = locations};
-    Stories().front().scenes.front().act(world);
+    SwitchOn(world);
     if (std::filesystem::exists(Module::ToolProgram())) {
         module.root.Install(Module::ToolProgram());
     }
@@ -150,15 +151,17 @@ int Shell() {
     return status;
 }
 
-/// Waits until a service that starts awaits events, or has ended; answers where its journal goes on.
-uint64_t AwaitStart(const Journal& journal) {
+/// Waits until a service that starts awaits events, or has ended; answers from where its journal is to be shown. What
+/// one that has ended said is the reason for its end.
+uint64_t AwaitStart(const Journal& journal, const std::string& service) {
     Match started;
+    started.subject = service;
     started.also = [](const Entry& entry) {
-        return (entry.kind == Kind::Console &&
-                entry.text.find("Wait for an event (blocking wait) ") != std::string::npos) ||
-               (entry.kind == Kind::Process && entry.subject == "XirEcallUIappSrvc" && entry.text != "started");
+        return entry.kind == Kind::Process ? entry.text != "started"
+                                           : entry.text.find("Wait for an event (blocking wait) ") != std::string::npos;
     };
-    return journal.Await(started).seq + 1;
+    const Entry entry = journal.Await(started);
+    return entry.kind == Kind::Process ? 0 : entry.seq + 1;
 }
 
 /// What the service says until it awaits events is not shown: the person types after that.
@@ -174,7 +177,7 @@ int Console() {
         throw std::runtime_error("the eCall service's port cannot be bound");
     }
     ModuleProcess& service = module.StartService({"-m"}, true);
-    const bool isGood = RunTerminalConsole(module.journal, service, AwaitStart(module.journal));
+    const bool isGood = RunTerminalConsole(module.journal, service, AwaitStart(module.journal, service.Name()));
     service.Kill();  // before its peer goes
     return isGood ? kPassed : kFailed;
 }

@@ -395,13 +395,16 @@ TEST(EcallSim, TheDebugConsoleCarriesOutAWholeFile) {
     EXPECT_THAT(simulator.Text(), Not(HasSubstr("bad parameter")));
 }
 
-TEST(EcallSim, TheDebugConsoleOfAServiceThatEndsFails) {
+TEST(EcallSim, TheDebugConsoleOfAServiceThatEndsShowsWhatItSaidAndFails) {
     const StandardInput input("1\n");
-    Simulator simulator(Output::Pipe, {"console", "--service", "/bin/true"});
+    Simulator simulator(Output::Pipe, {"console", "--service", "/bin/echo"});  // it says its argument, and ends
 
     EXPECT_EQ(1, simulator.End());
 
-    EXPECT_THAT(simulator.Text(), HasSubstr("ecall-sim: true ended unexpectedly: exited 0"));
+    EXPECT_THAT(simulator.Text(), StartsWith(kConsoleHelp));
+    EXPECT_THAT(simulator.Text(), HasSubstr("\n-m\n"));
+    EXPECT_THAT(simulator.Text(), HasSubstr("\necall-sim: echo ended unexpectedly: exited 0\n"));
+    EXPECT_THAT(simulator.Text(), Not(HasSubstr("in vain")));
 }
 
 }  // namespace
