@@ -1,4 +1,5 @@
 // The program: one virtual module, the service under test, an eCall service beside it, and a story that they play.
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,6 +37,17 @@ constexpr const char* kUsage =
     "--track FILE    a GPX file that the vehicle drives along; otherwise the one of the story\n"
     "--verbose       shows every entry of the journal too\n"
     "NO_COLOR set in the environment, or output that is no terminal: no colours.\n";
+
+/// A standard stream that came closed would become whatever is opened next: the account would be written there.
+void OpenStandardStreams() {
+    int descriptor = -1;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+}
 
 struct CommandLine {
     std::string command;
@@ -228,6 +240,7 @@ std::string ReadOptions(std::span<char*> words, CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    OpenStandardStreams();
     const std::span<char*> words(argv, static_cast<size_t>(argc));
     if (words.size() < 2) {
         return Misused("nothing to do");

@@ -395,6 +395,16 @@ TEST(EcallSim, TheDebugConsoleCarriesOutAWholeFile) {
     EXPECT_THAT(simulator.Text(), Not(HasSubstr("bad parameter")));
 }
 
+TEST(EcallSim, TheDebugConsoleWithoutStandardInputEndsAtOnce) {
+    ASSERT_EQ(0, fcntl(STDIN_FILENO, F_SETFD, FD_CLOEXEC));  // so it is closed for what is started now
+    Simulator simulator(Output::Pipe, {"console"});
+    ASSERT_EQ(0, fcntl(STDIN_FILENO, F_SETFD, 0));
+
+    EXPECT_EQ(0, simulator.End());
+
+    EXPECT_THAT(simulator.Text(), StartsWith(kConsoleHelp));
+}
+
 TEST(EcallSim, TheDebugConsoleOfAServiceThatEndsShowsWhatItSaidAndFails) {
     const StandardInput input("1\n");
     Simulator simulator(Output::Pipe, {"console", "--service", "/bin/echo"});  // it says its argument, and ends
