@@ -49,16 +49,14 @@ void DriveOn(StoryWorld& world) {
     world.locations.DriveOn();
 }
 
-/// Numbers go over both wires unchanged, so they compare exactly.
+/// A position's time says where on its track the vehicle was then. Numbers go over both wires unchanged, so they
+/// compare exactly.
 bool IsOnTrack(const GpxTrack& track, const Com__Vantu__Ecallapp__TGnssLocation& location) {
-    for (std::chrono::seconds driven{0}; driven <= TrackDuration(track); ++driven) {
-        const Position position = TrackPosition(track, {.driven = driven});
-        if (position.latitude == location.latitude && position.longitude == location.longitude &&
-            position.heading == location.course && position.speed == location.speed) {
-            return true;
-        }
-    }
-    return false;
+    const auto begin = std::chrono::floor<std::chrono::seconds>(track.points.front().time).time_since_epoch();
+    const std::chrono::seconds driven = std::chrono::seconds(location.utctime) - begin;
+    const Position position = TrackPosition(track, {.driven = driven});
+    return position.latitude == location.latitude && position.longitude == location.longitude &&
+           position.heading == location.course && position.speed == location.speed;
 }
 
 /// Looks up what the call's data were made from.

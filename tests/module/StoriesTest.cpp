@@ -30,9 +30,11 @@ struct Stage {
     std::string account;
     std::function<void(const std::string& line)> onLine = [](const std::string&) {};
 
-    bool Play(const char* name) {
+    bool Play(const char* name) { return Play(name, StoryTrack(*FindStory(name))); }
+
+    bool Play(const char* name, const GpxTrack& track) {
         const Story& story = *FindStory(name);
-        StoryWorld world{.module = module, .peer = peer, .locations = locations, .track = StoryTrack(story)};
+        StoryWorld world{.module = module, .peer = peer, .locations = locations, .track = track};
         return PlayStory(story, world, module.journal, {.limit = kSceneLimit}, [this](const std::string& line) {
             account += line + "\n";
             onLine(line);
@@ -160,6 +162,30 @@ TEST(Stories, APositionThatIsNotOnTheTrackIsNoticed) {
 
     EXPECT_THAT(stage.account, HasSubstr("position 1.5000 N 0.0000 E, 0 km/h, heading 0°: not on the track\n"));
     EXPECT_THAT(stage.account, HasSubstr("    story: : on the track\n"));
+}
+
+/// North from the equator by a tenth of a degree.
+GpxTrack Northward(std::chrono::milliseconds length) {
+    TrackPoint from;
+    from.time = std::chrono::sys_days(std::chrono::year(2026) / std::chrono::May / 4) + 700ms;
+    TrackPoint to;
+    to.place.latitude = 0.1;
+    to.time = from.time + length;
+    return {.points = {from, to}};
+}
+
+TEST(Stories, ATrackThatEndsBetweenTwoSecondsIsDrivenToItsEnd) {
+    Stage stage;
+
+    EXPECT_TRUE(stage.Play("drive", Northward(3500ms))) << stage.account;
+
+    EXPECT_THAT(stage.account, HasSubstr("position 0.1000 N 0.0000 E, 0 km/h, heading 0°: on the track\n"));
+}
+
+TEST(Stories, ATrackOfManyYearsIsNotSearchedThrough) {
+    Stage stage;
+
+    EXPECT_TRUE(stage.Play("drive", Northward(std::chrono::years(5000)))) << stage.account;
 }
 
 }  // namespace
