@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -33,10 +34,13 @@ struct Source {
     Refuse(source, node.offset_debug(), complaint);
 }
 
-/// As the file has it, but short enough for a line.
+/// As the file has it, but on one line, and without what a terminal would obey.
 std::string Quote(std::string_view value) {
     constexpr size_t kMost = 40;
-    return "\"" + std::string(value.substr(0, kMost)) + (value.size() > kMost ? "..." : "") + "\"";
+    std::string shown(value.substr(0, kMost));
+    std::ranges::replace_if(
+        shown, [](unsigned char byte) { return std::iscntrl(byte) != 0; }, '?');
+    return "\"" + shown + (value.size() > kMost ? "..." : "") + "\"";
 }
 
 std::string_view Trimmed(std::string_view text) {

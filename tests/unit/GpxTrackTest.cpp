@@ -182,6 +182,8 @@ TEST(GpxTrack, EveryErrorNamesFileLineValueAndRemedy) {
          "t.gpx, line 4: the trkpt has no time, so there is no speed; take the track from a recorder that writes time, "
          "not from a route planner"},
         {Track(Point("1", "2", "noon")), "t.gpx, line 4: time is \"noon\"; write it like 2026-05-04T08:15:00Z"},
+        {Track(Point("1", "2", "\nno\033[2Jon")),
+         "t.gpx, line 4: time is \"?no?[2Jon\"; write it like 2026-05-04T08:15:00Z"},
         {Track(Point("1", "2", std::string(1000, '9'))),
          "t.gpx, line 4: time is \"9999999999999999999999999999999999999999...\"; write it like 2026-05-04T08:15:00Z"},
         {Track(Point("1", "2", "1980-01-05T23:59:59Z")),
