@@ -3,9 +3,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <span>
@@ -220,6 +223,9 @@ int Run(const CommandLine& line, const GpxTrack& track) {
 
 /// Reads the options behind the command; empty when all were understood, otherwise the complaint.
 std::string ReadOptions(std::span<char*> words, CommandLine& line) {
+    if (std::ranges::any_of(words, [](const char* word) { return *word == '\0'; })) {
+        return "not understood: an empty word; is a variable not set?";
+    }
     for (size_t at = 0; at < words.size(); ++at) {
         const std::string_view word(words[at]);
         if (word == "--verbose") {
@@ -235,6 +241,14 @@ std::string ReadOptions(std::span<char*> words, CommandLine& line) {
         }
     }
     return "";
+}
+
+/// What is wrong with the service's program; empty when it can be run.
+std::string WrongService() {
+    const std::string program = Module::ServiceProgram();
+    return access(program.c_str(), X_OK) == 0
+               ? ""
+               : program + ": " + std::strerror(errno) + "; give the path of the service's program with --service";
 }
 
 }  // namespace
@@ -267,6 +281,10 @@ int main(int argc, char** argv) {
     }
     if (!line.service.empty()) {
         setenv("ECALLUI_SERVICE", line.service.c_str(), 1);
+    }
+    if (const std::string complaint = WrongService(); !complaint.empty()) {
+        std::fprintf(stderr, "ecall-sim: %s\n", complaint.c_str());
+        return kFailed;
     }
     try {
         const GpxTrack track = LoadTrack(line);

@@ -168,6 +168,8 @@ TEST(EcallSim, WhatItDoesNotUnderstandEndsWithTwo) {
                                                       {"play", "crash", "--loud"},
                                                       {"play", "crash", "sos"},
                                                       {"play", "crash", "--service"},
+                                                      {"play", "crash", "--service", ""},
+                                                      {"play", "drive", "--track", ""},
                                                       {"play", "drive", "--track"}};
     for (const auto& line : lines) {
         Simulator simulator(Output::Pipe, line);
@@ -188,12 +190,15 @@ TEST(EcallSim, AStoryOnAProgramThatIsNoServiceFailsAndSaysWhatIsMissing) {
     EXPECT_THAT(simulator.Text(), EndsWith("\n  must not come, but came:\n    unit: true exited 0\n"));
 }
 
-TEST(EcallSim, AServiceThatIsNotThereFails) {
+TEST(EcallSim, AServiceThatIsNotThereFailsBeforeTheStoryBegins) {
     Simulator simulator(Output::Pipe, {"play", "crash", "--service", "/nowhere/service"});
 
     EXPECT_EQ(1, simulator.End());
 
-    EXPECT_THAT(simulator.Text(), HasSubstr("/nowhere/service"));
+    EXPECT_EQ(
+        "ecall-sim: /nowhere/service: No such file or directory; give the path of the service's program with "
+        "--service\n",
+        simulator.Text());
 }
 
 TEST(EcallSim, ATrackForAStoryThatDrivesNowhereIsRefusedWithThoseThatDo) {
