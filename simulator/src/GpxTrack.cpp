@@ -224,12 +224,12 @@ sys_time<milliseconds> ReadTime(const Source& source, const pugi::xml_node& poin
 
 // --- Structure ------------------------------------------------------------------------------------------------------
 
-TrackPoint ReadPoint(const Source& source, const pugi::xml_node& node) {
+TrackPoint ReadPoint(const Source& source, const pugi::xml_node& node, double elevationBefore) {
     TrackPoint point;
     point.place = {ReadAttribute(source, node, kLatitude), ReadAttribute(source, node, kLongitude)};
     point.time = ReadTime(source, node);
     point.fix = ReadFix(source, node);
-    point.elevation = ReadElement(source, node, kElevation).value_or(0);
+    point.elevation = ReadElement(source, node, kElevation).value_or(elevationBefore);
     point.geoidHeight = ReadElement(source, node, kGeoidHeight);
     point.hdop = ReadElement(source, node, kHdop);
     point.vdop = ReadElement(source, node, kVdop);
@@ -240,7 +240,7 @@ TrackPoint ReadPoint(const Source& source, const pugi::xml_node& node) {
 }
 
 void AddPoint(const Source& source, const pugi::xml_node& node, GpxTrack& track) {
-    const TrackPoint point = ReadPoint(source, node);
+    const TrackPoint point = ReadPoint(source, node, track.points.empty() ? 0 : track.points.back().elevation);
     if (!track.points.empty() && point.time < track.points.back().time) {
         Refuse(source, node,
                "time runs backwards: " + Quote(Trimmed(Child(node, "time").text().get())) +

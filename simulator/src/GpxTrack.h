@@ -24,7 +24,7 @@ struct TrackPoint {
     Place place;
     std::chrono::sys_time<std::chrono::milliseconds> time{};  ///< UTC
     Fix fix = Fix::ThreeD;                                    ///< from here to the next point
-    double elevation = 0;                                     ///< metres above mean sea level
+    double elevation = 0;                 ///< metres above mean sea level; where not told, as before
     std::optional<double> geoidHeight{};  ///< metres of the mean sea level above the ellipsoid of WGS-84
     std::optional<double> hdop{};         ///< horizontal dilution of precision
     std::optional<double> vdop{};         ///< vertical dilution of precision

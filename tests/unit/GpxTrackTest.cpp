@@ -81,6 +81,16 @@ TEST(GpxTrack, WhatAPointDoesNotSayStaysOpen) {
     EXPECT_EQ(std::nullopt, point.vdop);
 }
 
+TEST(GpxTrack, APointWithoutElevationIsAsHighAsTheOneBefore) {
+    const GpxTrack track =
+        Parse(Track(Point("1", "2", kNoon, "<ele>519.5</ele>") + Point("1", "3", "2026-05-04T12:00:01Z") +
+                    Point("1", "4", "2026-05-04T12:00:02Z", "<ele>520</ele>")));
+
+    EXPECT_EQ(519.5, track.points.at(1).elevation);
+    EXPECT_EQ(Fix::TwoD, track.points.at(1).fix);
+    EXPECT_EQ(520, track.points.at(2).elevation);
+}
+
 TEST(GpxTrack, EachKindOfFixIsKnown) {
     EXPECT_EQ(Fix::None, FixOf("<fix>none</fix>"));
     EXPECT_EQ(Fix::TwoD, FixOf("<fix>2d</fix>"));
