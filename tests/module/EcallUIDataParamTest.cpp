@@ -84,9 +84,10 @@ std::string StampOf(const std::string& file) {
     return file.starts_with(start) ? file.substr(start.size(), std::string("2024:01:31 23:59:59").size()) : file;
 }
 
-/// The time as a stamp shows it; the service's clock runs in UTC.
+/// The time as a stamp shows it, in UTC. By the clock that the service reads: time() lags behind it by up to a tick of
+/// the kernel, which shows at the end of a second.
 std::string Now() {
-    const time_t now = time(nullptr);
+    const time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     tm parts{};
     gmtime_r(&now, &parts);
     char text[32];
